@@ -1,0 +1,328 @@
+// The emulator's private state: the host objects behind every handle, the object table with its
+// reference counts, and the host state that the entry points and the public API share.
+#pragma once
+
+#include <ffi.h>
+
+#include <deque>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "emulator/Emulator.h"
+
+namespace emu {
+
+std::string Lower(std::string_view text);
+bool SameName(std::string_view a, std::string_view b);  // Xojo names ignore case
+
+// The first words of every object the plug-in only sees as an opaque handle.
+struct OpaqueRecord {
+  void* header[2] = {nullptr, nullptr};
+};
+
+// A host object. The handle the plug-in sees is the address of the record that the concrete
+// object keeps as a member, laid out as the legacy records of sdk.h where they exist.
+struct Object {
+  Object(ObjectKind k, std::string made) : kind(k), creator(std::move(made)) {}
+  virtual ~Object() = default;
+  virtual void* Handle() = 0;
+  virtual std::string ClassName() const = 0;
+  virtual void SyncReferences() {}
+  // The references this object holds on other objects, given back when it dies.
+  virtual std::vector<void*> TakeChildren() { return {}; }
+  // Frees the payload of a dead object; its record stays readable for the audit.
+  virtual void FreePayload() {}
+
+  ObjectKind kind;
+  std::string creator;
+  long refs = 1;
+  bool alive = true;
+  bool dying = false;
+};
+
+struct StringObject : Object {
+  StringObject(std::string_view bytes, uint32_t encoding, std::string made);
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return "String"; }
+  void SyncReferences() override { record.usageCount = refs; }
+  void FreePayload() override;
+  std::string_view Bytes() const;
+
+  REALstringLegacy record{};
+  std::unique_ptr<unsigned char[]> buffer;
+};
+
+struct MemoryBlockObject : Object {
+  MemoryBlockObject(size_t size, std::string made);
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return "MemoryBlock"; }
+  void FreePayload() override;
+
+  REALmemoryBlockLegacy record{};
+  std::unique_ptr<unsigned char[]> data;
+};
+
+struct ArrayObject : Object {
+  ArrayObject(TypeKind element, bool direct, std::string made);
+  void* Handle() override { return &record; }
+  std::string ClassName() const override;
+  std::vector<void*> TakeChildren() override;
+  void FreePayload() override;
+  size_t Size() const;
+  void Publish();  // points the record at the elements
+
+  REALarrayLegacy record{};
+  TypeKind element;
+  bool direct;
+  std::vector<RBColor> colors;
+  std::vector<RBInteger> integers;
+  std::vector<void*> objects;  // each holds one reference
+};
+
+struct FolderItemObject : Object {
+  FolderItemObject(std::string p, std::string made)
+      : Object(ObjectKind::FolderItem, std::move(made)), path(std::move(p)) {}
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return "FolderItem"; }
+
+  OpaqueRecord record;
+  std::string path;
+};
+
+struct ExceptionObject : Object {
+  ExceptionObject(std::string cls, std::string made)
+      : Object(ObjectKind::Exception, std::move(made)), className(std::move(cls)) {}
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return className; }
+  std::vector<void*> TakeChildren() override;
+
+  OpaqueRecord record;
+  std::string className;
+  void* message = nullptr;  // a string, one reference held
+  RBInteger errorNumber = 0;
+};
+
+struct EventClosure;
+
+struct InstanceObject : Object {
+  InstanceObject(size_t cls, std::string name, EventHandlers events, std::string made);
+  ~InstanceObject() override;
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return className; }
+  void FreePayload() override;
+
+  OpaqueRecord record;
+  size_t classIndex;
+  std::string className;
+  // The record of each class of the chain, by class index, zero-filled.
+  std::map<size_t, std::unique_ptr<unsigned char[]>> data;
+  EventHandlers handlers;
+  std::map<RBInteger, std::unique_ptr<EventClosure>> closures;  // by event host word
+};
+
+// A C function pointer made by libffi that runs a test's event handler.
+struct EventClosure {
+  EventClosure(Host::State& state, std::string name, const Declaration& decl, EventHandler handler);
+  ~EventClosure();
+  EventClosure(const EventClosure&) = delete;
+  EventClosure& operator=(const EventClosure&) = delete;
+
+  Host::State& state;
+  std::string name;
+  Declaration declaration;
+  EventHandler handler;
+  std::vector<ffi_type*> types;
+  ffi_cif cif{};
+  ffi_closure* closure = nullptr;
+  void* code = nullptr;
+};
+
+// Where a registered event record came from.
+struct EventKey {
+  size_t classIndex;
+  size_t eventIndex;
+};
+
+// A candidate method for a call: `skip` leading parameters are filled by the receiver.
+struct Candidate {
+  const MethodInfo* method;
+  bool receiverFirst;
+  size_t skip;
+};
+
+struct Host::State {
+  // Host
+  bool started = false;
+  Profile profile;
+  uint64_t generation = 1;
+  std::map<std::string, size_t, std::less<>> lookups;
+  std::vector<void*> pluginHandles;
+  RBInteger memoryBlockLimit = RBInteger{1} << 30;
+
+  // Registry
+  Registry registry;
+  int nextSequence = 0;
+  RBInteger nextEventWord = 0x45560001;
+  std::map<const void*, EventKey> eventRecords;
+  std::map<std::string, int, std::less<>> classRefs;  // lower-case name -> tag
+
+  // Objects
+  std::unordered_map<const void*, std::unique_ptr<Object>> objects;
+  std::deque<const void*> graveyard;
+  std::map<const void*, std::unique_ptr<unsigned char[]>> stringData;
+  std::vector<std::string> auditErrors;
+
+  // Calls into the plug-in
+  int depth = 0;
+  void* pendingException = nullptr;
+  std::optional<RaisedException> lastException;
+  std::exception_ptr deferred;
+
+  // Objects.cpp
+  template <typename T>
+  T* Add(std::unique_ptr<T> object) {
+    T* raw = object.get();
+    objects[raw->Handle()] = std::move(object);
+    return raw;
+  }
+  Object* Find(const void* handle) const;
+  Object* Live(const void* handle, const char* entry);
+  template <typename T>
+  T* LiveAs(const void* handle, ObjectKind kind, const char* entry) {
+    Object* o = Live(handle, entry);
+    if (o != nullptr && o->kind != kind) {
+      Fault(std::string(entry) + ": expected a " + KindName(kind) + ", got a " + KindName(o->kind));
+      return nullptr;
+    }
+    return static_cast<T*>(o);
+  }
+  void Retain(Object* object);
+  void Release(Object* object);
+  void LockEntry(const void* handle, bool isString, const char* entry);
+  void UnlockEntry(const void* handle, bool isString, const char* entry);
+  void Kill(Object* object);
+  void Bury(Object* object);
+  void Fault(std::string message);
+  void Reset();
+
+  // Strings.cpp
+  StringObject* NewString(std::string_view bytes, uint32_t encoding, std::string creator);
+  StringObject* ConvertString(StringObject* from, uint32_t encoding, std::string creator);
+
+  // Registry.cpp
+  void RegisterClass(REALclassDefinition* def, bool extension);
+  void RegisterModule(const REALmoduleDefinition* def);
+  void RegisterMethod(const REALmethodDefinition* def);
+  void IssueEventWords(size_t classIndex);
+  bool OldLayout(uint32_t versionWord) const;
+  bool IsA(const std::string& className, std::string_view ancestor) const;
+
+  // Calls.cpp
+  template <typename Fn>
+  void RunPlugin(Fn&& fn);
+  void FinishPluginFrame(void* saved);
+  void RethrowDeferred();
+  RaisedException DescribeException(Object& exception);
+  Value ValueFromSlot(const TypeRef& type, const void* slot, bool adopt, const char* what);
+  Value Invoke(const Candidate& candidate, const Value* receiver, std::vector<Arg>& args);
+  Value InvokeAccessor(REALproc fn, void* object, int32_t param, const TypeRef& type,
+                       const Value* newValue);
+  const Candidate& Choose(const std::vector<Candidate>& candidates, const std::vector<Arg>& args,
+                          std::string_view what) const;
+  int Match(const TypeRef& type, const Value& value) const;
+  int Score(const Candidate& candidate, const std::vector<Arg>& args) const;
+  Value Coerce(const TypeRef& type, const Value& value) const;
+  Value DefaultValue(const Param& param);
+
+  // Properties.cpp: nullopt or false for a property the object does not have.
+  std::optional<Value> ReadProperty(void* object, std::string_view name);
+  bool WriteProperty(void* object, std::string_view name, const Value& value);
+
+  // Events.cpp
+  void* EventInstance(void* object, const void* eventRecord);
+
+  // Host.cpp
+  void Destroy(InstanceObject& instance);
+  std::vector<size_t> ClassChain(size_t classIndex) const;  // the class, then its ancestors
+  std::optional<size_t> ClassIndex(std::string_view name) const;
+  Value Instantiate(std::string_view className, const EventHandlers& events, std::string creator);
+  Value NewException(std::string_view className, std::string creator);
+  // The live object of a value given by test code; emu::Error otherwise.
+  Object& Require(const Value& value, const char* what);
+  std::vector<Candidate> Candidates(const Object& receiver,
+                                    const std::function<bool(const MethodInfo&)>& wanted) const;
+  std::vector<Candidate> StaticCandidates(
+      const std::function<bool(const MethodInfo&)>& wanted) const;
+};
+
+// Runs plug-in code. An exception the plug-in raises meanwhile becomes the last exception once
+// the code returns. Exceptions of event handlers wait in `deferred` until the public call that
+// started it all rethrows them (RethrowDeferred).
+template <typename Fn>
+void Host::State::RunPlugin(Fn&& fn) {
+  void* saved = std::exchange(pendingException, nullptr);
+  ++depth;
+  try {
+    fn();
+  } catch (...) {
+    --depth;
+    FinishPluginFrame(saved);
+    throw;
+  }
+  --depth;
+  FinishPluginFrame(saved);
+}
+
+// The entry points, by resolver name. Each file that implements some adds them here.
+using EntryTable = std::map<std::string, void*, std::less<>>;
+void AddStringEntries(EntryTable& table);      // Strings.cpp
+void AddCollectionEntries(EntryTable& table);  // Collections.cpp
+
+Host::State& CurrentState();
+
+// Runs the body of an entry point: nothing thrown may reach the plug-in, so an exception
+// becomes an audit error and the entry point returns its neutral result.
+template <typename R, typename Fn>
+R Guard(const char* entry, R neutral, Fn&& body) noexcept {
+  try {
+    return body(CurrentState());
+  } catch (const std::exception& e) {
+    CurrentState().Fault(std::string(entry) + ": " + e.what());
+  } catch (...) {
+    CurrentState().Fault(std::string(entry) + ": unknown exception");
+  }
+  return neutral;
+}
+
+template <typename Fn>
+void GuardVoid(const char* entry, Fn&& body) noexcept {
+  Guard<int>(entry, 0, [&](Host::State& state) {
+    body(state);
+    return 0;
+  });
+}
+
+// Calls.cpp
+ffi_type* FfiType(const TypeRef& type);
+
+// Strings.cpp
+const char* IconvName(uint32_t encoding);
+std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to);
+
+// Collections.cpp
+std::string UrlPath(const std::string& path);
+REALproc ArrayGetter(TypeKind element);
+
+// Host.cpp
+bool IsExceptionClass(std::string_view name);
+
+// Registry.cpp
+void Dump(const Registry& registry, std::ostream& out);
+
+}  // namespace emu

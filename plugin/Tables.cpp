@@ -1,0 +1,192 @@
+// The definition tables of the plug-in's classes, the folder item extension and the global
+// methods, in the host's version-13 layout. They are writable: REALPluginMain adapts their flags,
+// version words and record sizes to the running host before registering them.
+#include "plugin/Tables.h"
+
+#include <stddef.h>
+
+#include <iterator>
+
+#include "plugin/Registration.h"
+#include "reader/PNGReader.h"
+
+namespace {
+
+constexpr uint32_t kRuntimeOnly = REALpropRuntimeOnly;
+constexpr uint32_t kConsole = REALconsoleSafe;
+
+template <typename Handler>
+REALproc Proc(Handler handler) {
+  return reinterpret_cast<REALproc>(handler);
+}
+
+REALmethodDefinition Method(REALproc handler, const char* declaration, uint32_t flags) {
+  return {handler, nullptr, declaration, flags, 0, nullptr};
+}
+
+// A property that the host reads and writes itself, at byte `offset` of the instance record.
+REALproperty FieldProperty(const char* name, const char* type, uint32_t flags, size_t offset) {
+  return {nullptr,
+          name,
+          type,
+          flags,
+          REALstandardGetter,
+          REALstandardSetter,
+          static_cast<int32_t>(offset),
+          nullptr,
+          0,
+          nullptr,
+          0,
+          nullptr};
+}
+
+REALproperty HandlerProperty(const char* name, const char* type, uint32_t flags, REALproc getter,
+                             REALproc setter) {
+  return {nullptr, name, type, flags, getter, setter, 0, nullptr, 0, nullptr, 0, nullptr};
+}
+
+REALevent Event(const char* declaration) {
+  return {declaration, 0, 0, nullptr};
+}
+
+// Offset in PNGReaderData of a field of its embedded reader record.
+constexpr size_t ReaderField(size_t offsetInReader) {
+  return offsetof(PNGReaderData, reader) + offsetInReader;
+}
+
+// "PNGLibVersion as string", shared by every class.
+REALmethodDefinition libVersionMethods[] = {
+    Method(Proc(GetPNGVersion), "PNGLibVersion as string", kConsole),
+};
+
+// ---------------------------------------------------------------------------------------------
+// PNGReaderKRV
+// ---------------------------------------------------------------------------------------------
+
+REALproperty readerProperties[] = {
+    FieldProperty("Width", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, width))),
+    FieldProperty("Height", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, height))),
+    FieldProperty("InterlaceType", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, interlaceType))),
+    FieldProperty("ColorType", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, colorType))),
+    FieldProperty("BitDepth", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, bitDepth))),
+    FieldProperty("Interlacing", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, passes))),
+    FieldProperty("Mask", "Picture", kRuntimeOnly | kConsoleSafeMark,
+                  ReaderField(offsetof(PNGReader, mask))),
+    FieldProperty("Pict", "Picture", kRuntimeOnly | kConsoleSafeMark,
+                  ReaderField(offsetof(PNGReader, pict))),
+    FieldProperty("SwapRB", "Boolean", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, swapRB))),
+    FieldProperty("SourceData", "String", kRuntimeOnly | kConsole,
+                  offsetof(PNGReaderData, sourceData)),
+    FieldProperty("SourceFile", "FolderItem", kRuntimeOnly | kConsole,
+                  offsetof(PNGReaderData, sourceFile)),
+    HandlerProperty("AllowDamaged", "Boolean", kRuntimeOnly | kConsole, Proc(GetAllowDamaged),
+                    Proc(SetAllowDamaged)),
+};
+
+REALmethodDefinition readerMethods[] = {
+    Method(Proc(rbApplyOptions),
+           "ApplyOptions(gamma as double = 0.0, ScreenGamma as double = -1.0) as boolean",
+           kConsole),
+    Method(Proc(rbOpenReadFile), "OpenFile(file as folderitem) as boolean", kConsole),
+    Method(Proc(rbOpenReadString), "OpenData(data as string) as boolean", kConsole),
+    Method(Proc(rbOpenRead), "Open(file as folderitem, data as string) as boolean", kConsole),
+    Method(Proc(rbGetRowBytes), "RowBytes as integer", kConsole),
+    Method(Proc(rbReadRow), "ReadRow as memoryblock", kConsole),
+    Method(Proc(rbReadRowMem), "ReadRow(mem as memoryblock) as boolean", kConsole),
+    Method(Proc(rbReadRowMaskOnly), "ReadRowMaskOnly(mem as memoryblock) as boolean", kConsole),
+    Method(Proc(rbReadRowAlphaOnly), "ReadRowAlphaOnly(mem as memoryblock) as boolean", kConsole),
+    Method(Proc(rbReadICCProfile),
+           "ReadICCProfile(byref name as string, byref compression as integer, byref profile as "
+           "string) as boolean",
+           kConsole),
+    Method(Proc(rbReadsRGBTag), "ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
+           kConsole),
+};
+
+}  // namespace
+
+REALevent PNGReaderKRVEvents[2] = {
+    Event("Error(msg as string)"),
+    Event("Warning(msg as string)"),
+};
+
+REALclassDefinition PNGReaderKRVClass = {
+    kTableVersion,
+    "PNGReaderKRV",
+    nullptr,  // no superclass
+    sizeof(PNGReaderData),
+    0,
+    Proc(PNGReaderConstructor),
+    Proc(PNGReaderDestructor),
+    readerProperties,
+    std::size(readerProperties),
+    readerMethods,
+    std::size(readerMethods),
+    PNGReaderKRVEvents,
+    std::size(PNGReaderKRVEvents),
+    nullptr,  // event instances
+    0,
+    nullptr,  // interfaces
+    nullptr,  // attributes
+    0,
+    nullptr,  // constants
+    0,
+    kConsole,
+    nullptr,  // shared properties
+    0,
+    libVersionMethods,
+    std::size(libVersionMethods),
+    nullptr,  // delegates
+    0,
+    nullptr,  // enums
+    0,
+};
+
+// ---------------------------------------------------------------------------------------------
+// The folder item extension and the global methods
+// ---------------------------------------------------------------------------------------------
+
+REALclassDefinition FolderitemExtension = {
+    kTableVersion,
+    "Folderitem",  // the host's class that the methods extend
+    nullptr,
+    0,
+    0,
+    nullptr,
+    nullptr,
+    nullptr,  // properties
+    0,
+    nullptr,  // methods
+    0,
+    nullptr,  // events
+    0,
+    nullptr,  // event instances
+    0,
+    nullptr,  // interfaces
+    nullptr,  // attributes
+    0,
+    nullptr,  // constants
+    0,
+    kConsole,
+    nullptr,  // shared properties
+    0,
+    nullptr,  // shared methods
+    0,
+    nullptr,  // delegates
+    0,
+    nullptr,  // enums
+    0,
+};
+
+REALmethodDefinition* const GlobalMethods = nullptr;
+const size_t GlobalMethodCount = 0;
+
+REALclassDefinition* const PluginClasses[] = {&PNGReaderKRVClass};
+const size_t PluginClassCount = std::size(PluginClasses);

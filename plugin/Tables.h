@@ -1,0 +1,25 @@
+// The plug-in's public API: the static definition tables that REALPluginMain adapts to the running
+// host and registers. Handlers reach their instance records through these class definitions.
+#pragma once
+
+#include "host/HostRuntime.h"
+
+extern REALclassDefinition PNGReaderKRVClass;
+extern REALevent PNGReaderKRVEvents[2];  // Error, Warning
+
+// The plug-in's classes, in registration order.
+extern REALclassDefinition* const PluginClasses[];
+extern const size_t PluginClassCount;
+
+// The folder item extension methods, as a definition naming the host's class.
+extern REALclassDefinition FolderitemExtension;
+
+// The global methods, in registration order; null while the count is 0.
+extern REALmethodDefinition* const GlobalMethods;
+extern const size_t GlobalMethodCount;
+
+// The instance record of an object of a registered class, as the host hands it out.
+template <typename Record>
+inline Record* InstanceData(REALobject instance, REALclassDefinition& def) {
+  return instance ? static_cast<Record*>(REALGetClassData(instance, &def)) : nullptr;
+}

@@ -1,0 +1,122 @@
+#include "tests/e2e/Fixture.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace e2e {
+
+namespace {
+
+const emu::Profile* SelectedProfile() {
+  const char* name = getenv("PNGKRV_HOST");
+  const emu::Profile* profile = emu::FindProfile(name ? name : "desktop-2019.1");
+  if (profile == nullptr) {
+    fprintf(stderr, "unknown host profile %s\n", name);
+    exit(2);
+  }
+  return profile;
+}
+
+class HostEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    emu::Host& host = emu::Host::Instance();
+    host.Start(*SelectedProfile());
+    host.LoadPlugin(PNGKRV_PLUGIN_PATH);
+  }
+  void TearDown() override { emu::Host::Instance().Shutdown(); }
+};
+
+const ::testing::Environment* const kEnvironment =
+    ::testing::AddGlobalTestEnvironment(new HostEnvironment);
+
+}  // namespace
+
+emu::Host& Host() {
+  return emu::Host::Instance();
+}
+
+const emu::Profile& Profile() {
+  return Host().CurrentProfile();
+}
+
+std::string PngSuiteDir() {
+  const char* dir = getenv("PNGKRV_PNGSUITE");
+  std::string path = dir ? dir : PNGSUITE_DEFAULT_DIR;
+  struct stat st;
+  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? path : std::string();
+}
+
+Reader::Reader() {
+  object = Host().New(
+      "PNGReaderKRV",
+      {{"Error", [this](const emu::EventArgs& a) { errors.push_back(a.String(0)); }},
+       {"Warning", [this](const emu::EventArgs& a) { warnings.push_back(a.String(0)); }}});
+}
+
+emu::Value Reader::Call(const char* name, std::vector<emu::Arg> args) {
+  return Host().Call(object, name, std::move(args));
+}
+
+RBInteger Reader::Int(const char* property) {
+  return Host().GetProperty(object, property).AsInteger();
+}
+
+bool Reader::OpenData(const samples::Bytes& png) {
+  return Ok("OpenData", {Str(png)});
+}
+
+emu::Value Str(const samples::Bytes& bytes) {
+  return Host().MakeString(
+      std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+      kREALTextEncodingUnknown);
+}
+
+TempFile::TempFile(const samples::Bytes& contents) {
+  char name[] = "/tmp/pngkrv-e2e-XXXXXX";
+  const int fd = mkstemp(name);
+  if (fd >= 0) close(fd);
+  path = name;
+  samples::WriteFile(path, contents);
+}
+
+TempFile::~TempFile() {
+  unlink(path.c_str());
+}
+
+void PluginTest::TearDown() {
+  const emu::AuditReport report = Host().Audit();
+  EXPECT_TRUE(report.Clean()) << report.Format();
+  Host().ClearAuditErrors();
+}
+
+}  // namespace e2e
+
+int main(int argc, char** argv) {
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
+
+namespace e2e {
+
+samples::Bytes DecodeThroughRows(Reader& reader, const samples::Bytes& png, double gamma) {
+  if (!reader.OpenData(png) || !reader.Ok("ApplyOptions", {gamma})) return {};
+  const RBInteger height = reader.Int("Height");
+  const RBInteger rowBytes = reader.Call("RowBytes").AsInteger();
+  std::vector<emu::Value> blocks;
+  for (RBInteger y = 0; y < height; ++y) blocks.push_back(Host().NewMemoryBlock(rowBytes));
+  for (RBInteger pass = 0; pass < reader.Int("Interlacing"); ++pass) {
+    for (RBInteger y = 0; y < height; ++y) {
+      if (!reader.Ok("ReadRow", {blocks[y]})) return {};
+    }
+  }
+  samples::Bytes out;
+  for (const emu::Value& block : blocks) {
+    const std::string bytes = Host().BlockBytes(block);
+    out.insert(out.end(), bytes.begin(), bytes.end());
+  }
+  return out;
+}
+
+}  // namespace e2e

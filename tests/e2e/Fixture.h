@@ -1,0 +1,56 @@
+// The host for the end-to-end tests: one profile per process (PNGKRV_HOST), the real plug-in
+// loaded once, and an audit after every test that every host reference was given back.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "emulator/Emulator.h"
+#include "tools/samples/Samples.h"
+
+namespace e2e {
+
+emu::Host& Host();
+const emu::Profile& Profile();
+std::string PngSuiteDir();  // empty when the suite is absent
+
+// A PNGReaderKRV whose events are collected.
+struct Reader {
+  Reader();
+  emu::Value Call(const char* name, std::vector<emu::Arg> args = {});
+  bool Ok(const char* name, std::vector<emu::Arg> args = {}) {
+    return Call(name, args).AsBoolean();
+  }
+  RBInteger Int(const char* property);
+  bool OpenData(const samples::Bytes& png);
+
+  emu::Value object;
+  std::vector<std::string> errors;
+  std::vector<std::string> warnings;
+};
+
+emu::Value Str(const samples::Bytes& bytes);
+
+// A scratch file that is removed when the test ends.
+struct TempFile {
+  explicit TempFile(const samples::Bytes& contents);
+  ~TempFile();
+  std::string path;
+};
+
+class PluginTest : public ::testing::Test {
+ protected:
+  void TearDown() override;
+};
+
+}  // namespace e2e
+
+namespace e2e {
+
+// Opens `png` as data, sets it up with ApplyOptions(gamma) and reads every row of every pass
+// into one block per image row. Empty when any step fails.
+samples::Bytes DecodeThroughRows(Reader& reader, const samples::Bytes& png, double gamma);
+
+}  // namespace e2e

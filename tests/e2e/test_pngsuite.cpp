@@ -1,0 +1,125 @@
+// The PNG conformance suite: every valid image decodes to what an independent decoder gives after
+// the same transformations, and every deliberately corrupt one (x*) fails with a message. Run in
+// process under every host profile, and through the command-line tool.
+#include <dirent.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+
+#include "tests/e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+using samples::Bytes;
+
+std::vector<std::string> SuiteFiles() {
+  std::vector<std::string> files;
+  const std::string dir = PngSuiteDir();
+  if (DIR* d = dir.empty() ? nullptr : opendir(dir.c_str())) {
+    while (dirent* entry = readdir(d)) {
+      const std::string name = entry->d_name;
+      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".png") == 0) files.push_back(name);
+    }
+    closedir(d);
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+bool Corrupt(const std::string& name) {
+  return name[0] == 'x';
+}
+
+class PngSuite : public PluginTest {
+ protected:
+  void SetUp() override {
+    files = SuiteFiles();
+    if (files.empty()) GTEST_SKIP() << "PNG suite not found (set PNGKRV_PNGSUITE)";
+  }
+  std::string PathOf(const std::string& name) { return PngSuiteDir() + "/" + name; }
+
+  std::vector<std::string> files;
+};
+
+TEST_F(PngSuite, DecodesThroughRowsInProcess) {
+  for (const std::string& name : files) {
+    SCOPED_TRACE(name);
+    const Bytes png = samples::ReadFile(PathOf(name));
+    Reader reader;
+    const Bytes rows = DecodeThroughRows(reader, png, -1.0);
+    if (Corrupt(name)) {
+      EXPECT_TRUE(rows.empty());
+      EXPECT_FALSE(reader.errors.empty());
+      continue;
+    }
+    uint32_t w = 0, h = 0;
+    EXPECT_EQ(rows, samples::DecodeRGBA(png, &w, &h));
+    EXPECT_TRUE(reader.errors.empty()) << reader.errors[0];
+  }
+}
+
+struct ToolRun {
+  int status = -1;
+  std::string output;  // standard output and standard error
+};
+
+ToolRun RunTool(const std::string& arguments) {
+  ToolRun run;
+  const std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return run;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+  const int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+// The tool runs each file in a process of its own; one profile of each application kind is
+// enough to cover its code, the in-process test above covers every profile.
+TEST_F(PngSuite, DecodesThroughTheTool) {
+  const std::string profile = Profile().name;
+  if (profile != "desktop-2019.1" && profile != "console-2019.1" && profile != "web-2019.1") {
+    GTEST_SKIP() << "covered in process";
+  }
+  const TempFile out(Bytes{});
+  for (const std::string& name : files) {
+    SCOPED_TRACE(name);
+    const ToolRun run =
+        RunTool("--host " + profile + " rows --gamma -1 " + PathOf(name) + " " + out.path);
+    if (Corrupt(name)) {
+      EXPECT_EQ(run.status, 1);
+      EXPECT_NE(run.output.find("error: "), std::string::npos) << run.output;
+      continue;
+    }
+    ASSERT_EQ(run.status, 0) << run.output;
+    uint32_t w = 0, h = 0, pw = 0, ph = 0;
+    const Bytes expected = samples::DecodeRGBA(samples::ReadFile(PathOf(name)), &w, &h);
+    Bytes rgba;
+    ASSERT_TRUE(samples::DecodePAM(samples::ReadFile(out.path), &pw, &ph, &rgba));
+    EXPECT_EQ(pw, w);
+    EXPECT_EQ(ph, h);
+    EXPECT_EQ(rgba, expected);
+  }
+}
+
+TEST_F(PngSuite, ToolInfoAndUsage) {
+  if (Profile().name != "desktop-2019.1") GTEST_SKIP() << "one profile is enough";
+  const ToolRun info = RunTool("info " + PathOf("basi3p02.png"));
+  EXPECT_EQ(info.status, 0);
+  EXPECT_EQ(info.output,
+            "width: 32\nheight: 32\nbit_depth: 2\ncolor_type: 2\ninterlace_type: 1\npasses: 7\n"
+            "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\n");
+  EXPECT_EQ(RunTool("info").status, 2);
+  EXPECT_EQ(RunTool("--host nowhere info x.png").status, 2);
+  EXPECT_EQ(RunTool("rows --gamma abc a.png b.pam").status, 2);
+  const ToolRun missing = RunTool("info /nonexistent.png");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.output.find("cannot open"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,235 @@
+// Decoding set-up and rows: every colour type and bit depth, plain and interlaced, against an
+// independent decoder; the header properties; gamma; the sRGB and ICC queries.
+#include <math.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "tests/e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+using samples::Bytes;
+
+struct Format {
+  int colorType;
+  int bitDepth;
+  bool transparency;
+};
+
+// Every colour type at every depth PNG allows, with and without a tRNS chunk where it may stand.
+std::vector<Format> AllFormats() {
+  std::vector<Format> formats;
+  for (int depth : {1, 2, 4, 8, 16}) formats.push_back({0, depth, false});
+  for (int depth : {1, 2, 4, 8, 16}) formats.push_back({0, depth, true});
+  for (int depth : {8, 16}) formats.push_back({2, depth, false});
+  for (int depth : {8, 16}) formats.push_back({2, depth, true});
+  for (int depth : {1, 2, 4, 8}) formats.push_back({3, depth, false});
+  for (int depth : {1, 2, 4, 8}) formats.push_back({3, depth, true});
+  for (int depth : {8, 16}) formats.push_back({4, depth, false});
+  for (int depth : {8, 16}) formats.push_back({6, depth, false});
+  return formats;
+}
+
+samples::Image MakeImage(const Format& f, bool interlaced, uint32_t width = 13,
+                         uint32_t height = 11) {
+  samples::Image image = samples::Pattern(width, height, f.bitDepth, f.colorType, interlaced);
+  if (f.transparency && f.colorType == 3) {
+    image.transparency = {0, 90, 180};
+    image.transparency.resize(std::min<size_t>(3, size_t{1} << f.bitDepth));
+  } else if (f.transparency) {
+    // The colour of pixel (0, 0), so at least one pixel turns transparent.
+    const int channels = f.colorType == 2 ? 3 : 1;
+    for (int c = 0; c < channels; ++c) {
+      uint32_t v = f.bitDepth == 16  ? image.rows[0][2 * c] << 8 | image.rows[0][2 * c + 1]
+                   : f.bitDepth == 8 ? image.rows[0][c]
+                                     : image.rows[0][0] >> (8 - f.bitDepth);
+      image.transparency.push_back(static_cast<uint8_t>(v >> 8));
+      image.transparency.push_back(static_cast<uint8_t>(v));
+    }
+  }
+  return image;
+}
+
+class ReaderDecode : public PluginTest {};
+
+TEST_F(ReaderDecode, EveryFormatMatchesAnIndependentDecoder) {
+  for (const Format& f : AllFormats()) {
+    for (bool interlaced : {false, true}) {
+      SCOPED_TRACE("colour type " + std::to_string(f.colorType) + ", depth " +
+                   std::to_string(f.bitDepth) + (f.transparency ? ", tRNS" : "") +
+                   (interlaced ? ", interlaced" : ""));
+      const Bytes png = samples::Encode(MakeImage(f, interlaced));
+      uint32_t w = 0, h = 0;
+      const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+      Reader reader;
+      const Bytes rows = DecodeThroughRows(reader, png, -1.0);
+      EXPECT_EQ(rows, expected);
+      const bool alpha = f.colorType == 4 || f.colorType == 6 || f.transparency;
+      EXPECT_EQ(reader.Int("ColorType"), alpha ? 6 : 2);
+      EXPECT_EQ(reader.Int("BitDepth"), f.bitDepth);
+      EXPECT_EQ(reader.Int("Width"), 13);
+      EXPECT_EQ(reader.Int("Height"), 11);
+      EXPECT_EQ(reader.Int("InterlaceType"), interlaced ? 1 : 0);
+      EXPECT_EQ(reader.Int("Interlacing"), interlaced ? 7 : 1);
+      EXPECT_EQ(reader.Call("RowBytes").AsInteger(), 13 * 4);
+      EXPECT_TRUE(reader.errors.empty());
+    }
+  }
+}
+
+TEST_F(ReaderDecode, OneBitGreyBecomesBlackAndWhiteWithFiller) {
+  samples::Image image = samples::Pattern(8, 1, 1, 0, false);
+  image.rows[0] = {0xA0};  // 1 0 1 0 0 0 0 0
+  Reader reader;
+  const Bytes rows = DecodeThroughRows(reader, samples::Encode(image), 0.0);
+  ASSERT_EQ(rows.size(), 32u);
+  EXPECT_EQ(Bytes(rows.begin(), rows.begin() + 8), (Bytes{255, 255, 255, 255, 0, 0, 0, 255}));
+  EXPECT_EQ(Bytes(rows.begin() + 8, rows.begin() + 12), (Bytes{255, 255, 255, 255}));
+}
+
+// A grey ramp of 256 samples, one per pixel.
+samples::Image Ramp(double fileGamma) {
+  samples::Image image = samples::Pattern(256, 1, 8, 0, false);
+  for (int x = 0; x < 256; ++x) image.rows[0][x] = static_cast<uint8_t>(x);
+  image.chunks.gamma = fileGamma;
+  return image;
+}
+
+Bytes RedSamples(const Bytes& rgba) {
+  Bytes red;
+  for (size_t i = 0; i < rgba.size(); i += 4) red.push_back(rgba[i]);
+  return red;
+}
+
+Bytes Identity() {
+  Bytes ramp;
+  for (int x = 0; x < 256; ++x) ramp.push_back(static_cast<uint8_t>(x));
+  return ramp;
+}
+
+void ExpectCorrected(const Bytes& red, double exponent) {
+  ASSERT_EQ(red.size(), 256u);
+  for (int x = 0; x < 256; ++x) {
+    const double expected = 255.0 * pow(x / 255.0, exponent);
+    EXPECT_NEAR(red[x], expected, 1.0) << "sample " << x;
+  }
+}
+
+TEST_F(ReaderDecode, GammaRules) {
+  {
+    SCOPED_TRACE("no gAMA chunk, default gamma: samples unchanged");
+    Reader reader;
+    EXPECT_EQ(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.0)), 0.0)), Identity());
+  }
+  {
+    SCOPED_TRACE("gamma -1 ignores the file's gAMA chunk");
+    Reader reader;
+    EXPECT_EQ(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.45455)), -1.0)),
+              Identity());
+  }
+  {
+    SCOPED_TRACE("default gamma uses the file gamma against screen gamma 1.8");
+    Reader reader;
+    ExpectCorrected(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.45455)), 0.0)),
+                    1.0 / (0.45455 * 1.8));
+  }
+  {
+    SCOPED_TRACE("gamma 2.2 stands for a file gamma of 1/2.2");
+    Reader reader;
+    ExpectCorrected(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.0)), 2.2)),
+                    2.2 / 1.8);
+  }
+  {
+    SCOPED_TRACE("an explicit screen gamma");
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(samples::Encode(Ramp(0.0))));
+    ASSERT_TRUE(reader.Ok("ApplyOptions", {2.2, 2.2}));
+    emu::Value row = reader.Call("ReadRow");
+    const std::string bytes = Host().BlockBytes(row);
+    ExpectCorrected(RedSamples(Bytes(bytes.begin(), bytes.end())), 1.0);
+  }
+}
+
+TEST_F(ReaderDecode, SRGBIntent) {
+  samples::Image image = samples::Pattern(4, 4, 8, 2, false);
+  emu::Value intent(RBInteger{7});
+  {
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
+    ASSERT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_FALSE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)}));
+    EXPECT_EQ(intent.AsInteger(), 0);
+  }
+  image.chunks.srgbIntent = 2;
+  Reader reader;
+  EXPECT_FALSE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)})) << "no stream opened";
+  ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
+  ASSERT_TRUE(reader.Ok("ApplyOptions"));
+  EXPECT_TRUE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)}));
+  EXPECT_EQ(intent.AsInteger(), 2);
+}
+
+// A small ICC profile that libpng accepts for an RGB image: a header, one white-point tag and
+// filler that does not compress (libpng ignores iCCP chunks of fewer than 92 bytes).
+Bytes MinimalProfile() {
+  Bytes p(400, 0);
+  for (size_t i = 164; i < p.size(); ++i) p[i] = static_cast<uint8_t>(i * 2654435761u >> 13);
+  auto put = [&](size_t at, const char* four) { memcpy(&p[at], four, 4); };
+  auto put32 = [&](size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
+  };
+  put32(0, 400);
+  put32(8, 0x02100000);
+  put(12, "mntr");
+  put(16, "RGB ");
+  put(20, "XYZ ");
+  put(36, "acsp");
+  put32(68, 0x0000F6D6);
+  put32(72, 0x00010000);
+  put32(76, 0x0000D32D);
+  put32(128, 1);  // one tag: the media white point, an XYZ value at offset 144
+  put(132, "wtpt");
+  put32(136, 144);
+  put32(140, 20);
+  put(144, "XYZ ");
+  put32(152, 0x0000F6D6);
+  put32(156, 0x00010000);
+  put32(160, 0x0000D32D);
+  return p;
+}
+
+TEST_F(ReaderDecode, ICCProfile) {
+  samples::Image image = samples::Pattern(4, 4, 8, 2, false);
+  emu::Value name = Host().MakeString("stale");
+  emu::Value profile = Host().MakeString("stale");
+  emu::Value compression(RBInteger{9});
+  {
+    SCOPED_TRACE("no profile: the byref arguments are cleared");
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
+    ASSERT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_FALSE(reader.Ok("ReadICCProfile",
+                           {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)}));
+    EXPECT_TRUE(name.IsNil());
+    EXPECT_TRUE(profile.IsNil());
+    EXPECT_EQ(compression.AsInteger(), 0);
+  }
+  image.chunks.iccName = "Test RGB";
+  image.chunks.iccProfile = MinimalProfile();
+  Reader reader;
+  ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
+  ASSERT_TRUE(reader.Ok("ApplyOptions"));
+  EXPECT_TRUE(reader.Ok("ReadICCProfile",
+                        {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)}));
+  EXPECT_EQ(name.Text(), "Test RGB");
+  EXPECT_EQ(name.Encoding(), static_cast<uint32_t>(kREALTextEncodingASCII));
+  EXPECT_EQ(compression.AsInteger(), 0);
+  const Bytes expected = MinimalProfile();
+  EXPECT_EQ(profile.Bytes(), std::string(expected.begin(), expected.end()));
+  EXPECT_EQ(profile.Encoding(), static_cast<uint32_t>(kREALTextEncodingUnknown));
+}
+
+}  // namespace
+}  // namespace e2e

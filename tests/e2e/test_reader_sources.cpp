@@ -1,0 +1,173 @@
+// Opening a reader from data and files, and how failures reach user code: the Error event, false
+// or nil results, and no exception but the specified ones.
+#include <png.h>
+
+#include "tests/e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+using samples::Bytes;
+
+Bytes SmallPng(uint32_t width = 5, uint32_t height = 3) {
+  return samples::Encode(samples::Pattern(width, height, 8, 2, false));
+}
+
+class ReaderSources : public PluginTest {};
+
+TEST_F(ReaderSources, OpenDataKeepsTheStringAndSetsUp) {
+  Reader reader;
+  const Bytes png = SmallPng(7, 4);
+  emu::Value data = Str(png);
+  EXPECT_TRUE(reader.Ok("OpenData", {data}));
+  EXPECT_EQ(Host().GetProperty(reader.object, "SourceData").Bytes(),
+            std::string(png.begin(), png.end()));
+  EXPECT_TRUE(Host().GetProperty(reader.object, "SourceFile").IsNil());
+  EXPECT_EQ(reader.Int("Width"), 0) << "header properties are 0 before ApplyOptions";
+  EXPECT_TRUE(reader.Ok("ApplyOptions"));
+  EXPECT_EQ(reader.Int("Width"), 7);
+  EXPECT_EQ(reader.Int("Height"), 4);
+  EXPECT_TRUE(reader.errors.empty());
+}
+
+TEST_F(ReaderSources, OpenDataRefusesNilAndShortData) {
+  Reader reader;
+  const Bytes png = SmallPng();
+  EXPECT_FALSE(reader.Ok("OpenData", {emu::Value::AdoptString(nullptr)}));
+  EXPECT_FALSE(reader.OpenData(Bytes(png.begin(), png.begin() + 8)));
+  EXPECT_TRUE(reader.errors.empty());
+  EXPECT_FALSE(Host().LastException());
+
+  // Nine bytes open; the failure comes from ApplyOptions, through the Error event.
+  EXPECT_TRUE(reader.OpenData(Bytes(png.begin(), png.begin() + 9)));
+  EXPECT_FALSE(reader.Ok("ApplyOptions"));
+  EXPECT_EQ(reader.errors.size(), 1u);
+}
+
+TEST_F(ReaderSources, OpenFileAndMissingFiles) {
+  TempFile file(SmallPng(6, 2));
+  Reader reader;
+  emu::Value item = Host().MakeFolderItem(file.path);
+  EXPECT_TRUE(reader.Ok("OpenFile", {item}));
+  EXPECT_EQ(Host().GetProperty(reader.object, "SourceFile").Handle(), item.Handle());
+  EXPECT_TRUE(reader.Ok("ApplyOptions"));
+  EXPECT_EQ(reader.Int("Width"), 6);
+
+  Reader other;
+  EXPECT_FALSE(other.Ok("OpenFile", {Host().MakeFolderItem("/nonexistent/dir/x.png")}));
+  EXPECT_FALSE(other.Ok("OpenFile", {emu::Value::AdoptObject(nullptr)}));
+  EXPECT_TRUE(other.errors.empty());
+  EXPECT_FALSE(Host().LastException());
+}
+
+TEST_F(ReaderSources, OpenPrefersDataAndFallsBackToTheFile) {
+  TempFile file(SmallPng(6, 2));
+  emu::Value item = Host().MakeFolderItem(file.path);
+  {
+    Reader reader;
+    EXPECT_TRUE(reader.Ok("Open", {item, Str(SmallPng(9, 9))}));
+    EXPECT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_EQ(reader.Int("Width"), 9) << "the data wins over the file";
+  }
+  const Bytes png = SmallPng();
+  for (const Bytes& data : {Bytes(png.begin(), png.begin() + 8), Bytes()}) {
+    Reader reader;
+    emu::Value str = data.empty() ? emu::Value::AdoptString(nullptr) : Str(data);
+    EXPECT_TRUE(reader.Ok("Open", {item, str}));
+    EXPECT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_EQ(reader.Int("Width"), 6) << "the file is the fallback";
+  }
+  Reader reader;
+  EXPECT_FALSE(reader.Ok("Open", {emu::Value::AdoptObject(nullptr), Str(Bytes(4, 0))}));
+  EXPECT_FALSE(
+      reader.Ok("Open", {emu::Value::AdoptObject(nullptr), emu::Value::AdoptString(nullptr)}));
+}
+
+TEST_F(ReaderSources, ReopeningReplacesTheSources) {
+  TempFile file(SmallPng(6, 2));
+  Reader reader;
+  EXPECT_TRUE(reader.Ok("OpenFile", {Host().MakeFolderItem(file.path)}));
+  EXPECT_TRUE(reader.Ok("OpenFile", {Host().MakeFolderItem(file.path)}));
+  EXPECT_TRUE(reader.OpenData(SmallPng(3, 3)));
+  EXPECT_TRUE(Host().GetProperty(reader.object, "SourceFile").IsNil());
+  EXPECT_TRUE(reader.OpenData(SmallPng(4, 4)));
+  EXPECT_TRUE(reader.Ok("ApplyOptions"));
+  EXPECT_EQ(reader.Int("Width"), 4);
+}
+
+TEST_F(ReaderSources, NotAPngRaisesTheErrorEvent) {
+  Reader reader;
+  EXPECT_TRUE(reader.OpenData(Bytes(100, 'x')));
+  EXPECT_FALSE(reader.Ok("ApplyOptions"));
+  ASSERT_EQ(reader.errors.size(), 1u);
+  EXPECT_NE(reader.errors[0].find("PNG"), std::string::npos) << reader.errors[0];
+  EXPECT_EQ(reader.Int("Width"), 0);
+  EXPECT_FALSE(Host().LastException());
+}
+
+// Reads rows until one fails; returns how many succeeded.
+int RowsUntilFailure(Reader& reader, int limit) {
+  emu::Value block = Host().NewMemoryBlock(reader.Call("RowBytes").AsInteger());
+  for (int y = 0; y < limit; ++y) {
+    if (!reader.Ok("ReadRow", {block})) return y;
+  }
+  return limit;
+}
+
+TEST_F(ReaderSources, DamagedStreams) {
+  const Bytes png = SmallPng(64, 64);
+  {
+    SCOPED_TRACE("a stream cut short inside the image data");
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(Bytes(png.begin(), png.begin() + png.size() / 2)));
+    ASSERT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_LT(RowsUntilFailure(reader, 64), 64);
+    EXPECT_EQ(reader.errors.size(), 1u);
+  }
+  {
+    SCOPED_TRACE("a wrong CRC in the header chunk");
+    Bytes bad = png;
+    bad[8 + 8 + 13] ^= 0x55;
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(bad));
+    EXPECT_FALSE(reader.Ok("ApplyOptions"));
+    EXPECT_EQ(reader.errors.size(), 1u);
+  }
+  {
+    SCOPED_TRACE("IDAT before IHDR");
+    Bytes bad(png.begin(), png.begin() + 8);
+    const size_t idat = 8 + 25;  // signature + IHDR chunk
+    const size_t idatLength =
+        png[idat] << 24 | png[idat + 1] << 16 | png[idat + 2] << 8 | png[idat + 3];
+    bad.insert(bad.end(), png.begin() + idat, png.begin() + idat + 12 + idatLength);
+    bad.insert(bad.end(), png.begin() + 8, png.begin() + idat);
+    bad.insert(bad.end(), png.end() - 12, png.end());
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(bad));
+    EXPECT_FALSE(reader.Ok("ApplyOptions"));
+    EXPECT_EQ(reader.errors.size(), 1u);
+  }
+  {
+    SCOPED_TRACE("a reader without an Error handler fails the same, silently");
+    emu::Value reader = Host().New("PNGReaderKRV");
+    EXPECT_TRUE(Host().Call(reader, "OpenData", {Str(Bytes(100, 'x'))}).AsBoolean());
+    EXPECT_FALSE(Host().Call(reader, "ApplyOptions").AsBoolean());
+    EXPECT_FALSE(Host().LastException());
+  }
+}
+
+TEST_F(ReaderSources, AllowDamagedAndLibraryVersion) {
+  Reader reader;
+  EXPECT_FALSE(Host().GetProperty(reader.object, "AllowDamaged").AsBoolean());
+  Host().SetProperty(reader.object, "AllowDamaged", true);
+  EXPECT_TRUE(Host().GetProperty(reader.object, "AllowDamaged").AsBoolean());
+  Host().SetProperty(reader.object, "SwapRB", true);
+  EXPECT_TRUE(Host().GetProperty(reader.object, "SwapRB").AsBoolean());
+
+  emu::Value version = Host().CallShared("PNGReaderKRV", "PNGLibVersion");
+  EXPECT_EQ(version.Text(), png_get_libpng_ver(nullptr));
+  EXPECT_EQ(version.Encoding(), static_cast<uint32_t>(kREALTextEncodingASCII));
+}
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,35 @@
+// The commands of pngkrv.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/pngkrv/Session.h"
+
+namespace cli {
+
+struct Options {
+  const emu::Profile* profile = nullptr;
+  std::string pluginPath;
+  std::map<std::string, std::string> values;  // "--name" → value
+  std::vector<std::string> positional;
+
+  double Number(const std::string& name, double fallback) const;
+  std::string Text(const std::string& name, const std::string& fallback) const;
+};
+
+struct Command {
+  const char* name;
+  size_t arguments;                  // positional arguments
+  std::vector<std::string> options;  // "--name VALUE" options it takes
+  int (*run)(Session& session, const Options& options);
+};
+
+const Command* FindCommand(const std::string& name);
+
+// Runs the command in a new session: exit status 0 on success, 1 on failure with every Error and
+// Warning message on standard error.
+int Run(const Command& command, const Options& options);
+
+}  // namespace cli

@@ -1,0 +1,102 @@
+#include "tools/pngkrv/Session.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char kOpenFile[] = "OpenFile(file as folderitem) as boolean";
+constexpr char kApplyOptions[] =
+    "ApplyOptions(gamma as double = 0.0, ScreenGamma as double = -1.0) as boolean";
+constexpr char kRowBytes[] = "RowBytes as integer";
+constexpr char kReadRowMem[] = "ReadRow(mem as memoryblock) as boolean";
+
+// The tool keeps every decoded row in memory; refuse images beyond this many bytes.
+constexpr uint64_t kMaxDecodedBytes = uint64_t{1} << 30;
+
+}  // namespace
+
+Session::Session(const emu::Profile& profile, const std::string& pluginPath)
+    : host_(emu::Host::Instance()) {
+  host_.Start(profile);
+  host_.LoadPlugin(pluginPath);
+}
+
+Session::~Session() {
+  host_.Shutdown();
+}
+
+emu::Value Session::NewReader() {
+  auto collect = [this](const char* prefix) {
+    return [this, prefix](const emu::EventArgs& a) {
+      messages_.push_back(prefix + (a.IsNil(0) ? std::string("(no message)") : a.String(0)));
+    };
+  };
+  return host_.New("PNGReaderKRV",
+                   {{"Error", collect("error: ")}, {"Warning", collect("warning: ")}});
+}
+
+emu::Value Session::Call(const emu::Value& reader, const char* declaration,
+                         std::vector<emu::Arg> args) {
+  emu::Value result = host_.CallDeclaration(reader, declaration, std::move(args));
+  if (const auto& raised = host_.LastException()) {
+    throw Failure{raised->className + ": " + raised->message};
+  }
+  return result;
+}
+
+bool Session::CallBool(const emu::Value& reader, const char* declaration,
+                       std::vector<emu::Arg> args) {
+  return Call(reader, declaration, std::move(args)).AsBoolean();
+}
+
+RBInteger Session::Integer(const emu::Value& reader, const char* property) {
+  return host_.GetProperty(reader, property).AsInteger();
+}
+
+void Session::OpenAndSetUp(const emu::Value& reader, const std::string& path, double gamma,
+                           double screenGamma) {
+  if (!CallBool(reader, kOpenFile, {host_.MakeFolderItem(path)})) {
+    throw Failure{"cannot open " + path};
+  }
+  if (!CallBool(reader, kApplyOptions, {gamma, screenGamma})) {
+    throw Failure{path + ": not a readable PNG"};
+  }
+}
+
+void Session::CheckAudit() {
+  const emu::AuditReport report = host_.Audit();
+  if (!report.Clean()) throw Failure{"host references were not given back:\n" + report.Format()};
+}
+
+DecodedRows ReadRows(Session& session, const std::string& path, double gamma, double screenGamma) {
+  emu::Value reader = session.NewReader();
+  session.OpenAndSetUp(reader, path, gamma, screenGamma);
+  const RBInteger width = session.Integer(reader, "Width");
+  const RBInteger height = session.Integer(reader, "Height");
+  const RBInteger passes = session.Integer(reader, "Interlacing");
+  const RBInteger rowBytes = session.Call(reader, kRowBytes, {}).AsInteger();
+  if (rowBytes != width * 4 || uint64_t(rowBytes) * uint64_t(height) > kMaxDecodedBytes) {
+    throw Failure{path + ": image too large to decode into memory"};
+  }
+  std::vector<emu::Value> blocks;
+  for (RBInteger y = 0; y < height; ++y) blocks.push_back(session.host().NewMemoryBlock(rowBytes));
+  for (RBInteger pass = 0; pass < passes; ++pass) {
+    for (RBInteger y = 0; y < height; ++y) {
+      if (!session.CallBool(reader, kReadRowMem, {blocks[y]})) {
+        throw Failure{path + ": row " + std::to_string(y) + " of pass " + std::to_string(pass + 1) +
+                      " could not be read"};
+      }
+    }
+  }
+  DecodedRows out;
+  out.width = static_cast<uint32_t>(width);
+  out.height = static_cast<uint32_t>(height);
+  out.colorType = session.Integer(reader, "ColorType");
+  for (const emu::Value& block : blocks) {
+    const std::string bytes = session.host().BlockBytes(block);
+    out.rgba.insert(out.rgba.end(), bytes.begin(), bytes.end());
+  }
+  return out;
+}
+
+}  // namespace cli

@@ -1,0 +1,56 @@
+// A run of the plug-in inside the host emulator, as the command-line tool drives it: one host
+// profile, the plug-in loaded, and a PNGReaderKRV whose Error and Warning events are collected.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "emulator/Emulator.h"
+#include "tools/samples/Samples.h"
+
+namespace cli {
+
+// A failure that ends the command with exit status 1; its text goes to standard error.
+struct Failure {
+  std::string message;
+};
+
+class Session {
+ public:
+  Session(const emu::Profile& profile, const std::string& pluginPath);
+  ~Session();
+
+  emu::Host& host() { return host_; }
+
+  // A new PNGReaderKRV whose events land in messages().
+  emu::Value NewReader();
+  // Calls a reader method by its exact declaration.
+  emu::Value Call(const emu::Value& reader, const char* declaration, std::vector<emu::Arg> args);
+  bool CallBool(const emu::Value& reader, const char* declaration, std::vector<emu::Arg> args);
+  RBInteger Integer(const emu::Value& reader, const char* property);
+
+  // Opens FILE with OpenFile and sets it up with ApplyOptions(gamma, screenGamma).
+  void OpenAndSetUp(const emu::Value& reader, const std::string& path, double gamma,
+                    double screenGamma);
+
+  // Every Error and Warning message so far, each prefixed with "error: " or "warning: ".
+  const std::vector<std::string>& messages() const { return messages_; }
+  // Throws a Failure unless every host reference was given back.
+  void CheckAudit();
+
+ private:
+  emu::Host& host_;
+  std::vector<std::string> messages_;
+};
+
+// The decoded rows of a PNG file: OpenFile, ApplyOptions, and "ReadRow(mem as memoryblock) as
+// boolean" passes × height times into one block per image row.
+struct DecodedRows {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  RBInteger colorType = 0;  // after set-up: 2 (filler) or 6 (alpha)
+  samples::Bytes rgba;
+};
+DecodedRows ReadRows(Session& session, const std::string& path, double gamma, double screenGamma);
+
+}  // namespace cli

@@ -1,0 +1,104 @@
+// pngkrv: the PNG plug-in run inside the host emulator, as Xojo user code would run it.
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/pngkrv/Commands.h"
+
+namespace {
+
+constexpr char kUsage[] =
+    "usage: pngkrv [--host PROFILE] [--plugin PATH] COMMAND ...\n"
+    "  info FILE.png                                    header, sRGB intent and ICC profile\n"
+    "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam   decode row by row to PAM\n"
+    "  demo [--examples DIR] [--out DIR]                make examples and decode them\n";
+
+int Usage(const std::string& problem) {
+  if (!problem.empty()) std::cerr << "pngkrv: " << problem << "\n";
+  std::cerr << kUsage;
+  return 2;
+}
+
+void PrintHelp() {
+  std::cout << kUsage << "\nhost profiles (default desktop-2019.1):\n";
+  for (const emu::Profile& p : emu::BuiltInProfiles()) std::cout << "  " << p.name << "\n";
+}
+
+std::optional<double> ParseNumber(const std::string& text) {
+  try {
+    size_t used = 0;
+    const double value = std::stod(text, &used);
+    if (used == text.size()) return value;
+  } catch (const std::exception&) {
+  }
+  return std::nullopt;
+}
+
+// Takes "--name VALUE" options listed in `names` out of `args` into `options`.
+bool TakeOptions(std::vector<std::string>& args, const std::vector<std::string>& names,
+                 cli::Options& options, std::string& problem) {
+  std::vector<std::string> rest;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    bool known = false;
+    for (const std::string& n : names) known = known || a == n;
+    if (!known) {
+      if (a.rfind("--", 0) == 0) {
+        problem = "unknown option " + a;
+        return false;
+      }
+      rest.push_back(a);
+      continue;
+    }
+    if (i + 1 >= args.size()) {
+      problem = a + " needs a value";
+      return false;
+    }
+    options.values[a] = args[++i];
+  }
+  args = rest;
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  cli::Options options;
+  options.profile = emu::FindProfile("desktop-2019.1");
+  options.pluginPath = PNGKRV_PLUGIN_PATH;
+  while (!args.empty() && args[0].rfind("--", 0) == 0) {
+    if (args[0] == "--help") {
+      PrintHelp();
+      return 0;
+    }
+    if (args.size() < 2) return Usage(args[0] + " needs a value");
+    if (args[0] == "--host") {
+      options.profile = emu::FindProfile(args[1]);
+      if (options.profile == nullptr) return Usage("unknown host profile " + args[1]);
+    } else if (args[0] == "--plugin") {
+      options.pluginPath = args[1];
+    } else {
+      return Usage("unknown option " + args[0]);
+    }
+    args.erase(args.begin(), args.begin() + 2);
+  }
+  if (args.empty()) return Usage("");
+  const cli::Command* command = cli::FindCommand(args[0]);
+  if (command == nullptr) return Usage("unknown command " + args[0]);
+  args.erase(args.begin());
+  std::string problem;
+  if (!TakeOptions(args, command->options, options, problem)) return Usage(problem);
+  for (const char* number : {"--gamma", "--screen-gamma"}) {
+    auto it = options.values.find(number);
+    if (it != options.values.end() && !ParseNumber(it->second)) {
+      return Usage(std::string(number) + " needs a number");
+    }
+  }
+  if (args.size() != command->arguments) {
+    return Usage(std::string(command->name) + ": wrong number of arguments");
+  }
+  options.positional = args;
+  return cli::Run(*command, options);
+}

@@ -1,0 +1,55 @@
+// PNG streams made with libpng directly, and an independent decoder (libspng), for the tests, the
+// demo's examples and the command-line tool. Nothing here goes through the plug-in.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace samples {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Chunks {
+  double gamma = 0.0;   // file gamma of a gAMA chunk; 0: none
+  int srgbIntent = -1;  // -1: no sRGB chunk
+  std::string iccName;  // empty: no iCCP chunk
+  Bytes iccProfile;
+};
+
+struct Image {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  int bitDepth = 8;
+  int colorType = 2;  // a PNG colour type
+  bool interlaced = false;
+  // Rows as PNG stores them: packed samples, 16-bit samples big-endian.
+  std::vector<Bytes> rows;
+  std::vector<uint8_t> palette;  // RGB triples, colour type 3
+  Bytes transparency;            // tRNS: alphas (palette) or one 16-bit value per channel
+  Chunks chunks;
+};
+
+// Samples per pixel of a PNG colour type.
+int Channels(int colorType);
+
+// A deterministic test picture: gradients with a pattern, every sample of the depth used.
+Image Pattern(uint32_t width, uint32_t height, int bitDepth, int colorType, bool interlaced);
+
+// The PNG stream of the image; throws std::runtime_error when libpng rejects it.
+Bytes Encode(const Image& image);
+
+// The stream decoded by libspng to 8-bit RGBA: 16-bit samples cut to their high byte, grey and
+// palette expanded, tRNS applied, no gamma. Throws std::runtime_error on a decode error.
+Bytes DecodeRGBA(const Bytes& png, uint32_t* width, uint32_t* height);
+
+Bytes ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const Bytes& bytes);
+
+// A PAM file (P7) of 8-bit RGBA pixels.
+Bytes EncodePAM(uint32_t width, uint32_t height, const Bytes& rgba);
+// Reads a PAM file of DEPTH 4 (RGB_ALPHA) or 3 (RGB, alpha 255), MAXVAL 255.
+bool DecodePAM(const Bytes& pam, uint32_t* width, uint32_t* height, Bytes* rgba);
+
+}  // namespace samples
