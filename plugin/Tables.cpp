@@ -91,12 +91,14 @@ REALproperty readerProperties[] = {
 };
 
 REALmethodDefinition readerMethods[] = {
+    Method(Proc(rbCombinePictureWithMask), "CombinePictureWithMask as picture", kConsoleSafeMark),
     Method(Proc(rbApplyOptions),
            "ApplyOptions(gamma as double = 0.0, ScreenGamma as double = -1.0) as boolean",
            kConsole),
     Method(Proc(rbOpenReadFile), "OpenFile(file as folderitem) as boolean", kConsole),
     Method(Proc(rbOpenReadString), "OpenData(data as string) as boolean", kConsole),
     Method(Proc(rbOpenRead), "Open(file as folderitem, data as string) as boolean", kConsole),
+    Method(Proc(rbReadPicture), "ReadPicture as boolean", kConsoleSafeMark),
     Method(Proc(rbGetRowBytes), "RowBytes as integer", kConsole),
     Method(Proc(rbReadRow), "ReadRow as memoryblock", kConsole),
     Method(Proc(rbReadRowMem), "ReadRow(mem as memoryblock) as boolean", kConsole),

@@ -73,6 +73,14 @@ bool ReadRow(PNGReader& r, REALmemoryBlock block);
 bool ReadRowMaskOnly(PNGReader& r, REALmemoryBlock block);
 bool ReadRowAlphaOnly(PNGReader& r, REALmemoryBlock block);
 
+// Whole-image decoders into the record's Pict (and Mask for an image with alpha); each returns
+// whether Pict is set. ReadPicture chooses by the colour type and passes that set-up left.
+bool ReadRGBbyRow(PNGReader& r);
+bool ReadRGBbyBlock(PNGReader& r);
+bool ReadRGBAbyRow(PNGReader& r);
+bool ReadRGBAbyBlock(PNGReader& r);
+bool ReadPicture(PNGReader& r);
+
 // libpng callbacks.
 void ReadFunction(png_structp png, png_bytep buffer, png_size_t length);
 void user_error_fn_reader(png_structp png, png_const_charp message);
@@ -96,6 +104,8 @@ RBBoolean rbReadRowAlphaOnly(REALobject instance, REALmemoryBlock mem);
 RBBoolean rbReadICCProfile(REALobject instance, REALstring* name, RBInteger* compression,
                            REALstring* profile);
 RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent);
+RBBoolean rbReadPicture(REALobject instance);
+REALpicture rbCombinePictureWithMask(REALobject instance);
 RBBoolean GetAllowDamaged(REALobject instance, RBInteger param);
 void SetAllowDamaged(REALobject instance, RBInteger param, RBBoolean value);
 

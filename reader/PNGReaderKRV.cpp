@@ -1,6 +1,7 @@
 // The class handlers of PNGReaderKRV: each finds the instance's record and calls the core
 // operation.
 #include "host/Text.h"
+#include "picture/PictureEditor.h"
 #include "plugin/Tables.h"
 #include "reader/PNGReader.h"
 
@@ -121,6 +122,18 @@ RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent) {
   PNGReaderData* d = Data(instance);
   if (d == nullptr || intent == nullptr) return false;
   return ReadsRGBTag(d->reader, *intent);
+}
+
+RBBoolean rbReadPicture(REALobject instance) {
+  PNGReaderData* d = Data(instance);
+  return d ? ReadPicture(d->reader) : false;
+}
+
+REALpicture rbCombinePictureWithMask(REALobject instance) {
+  PNGReaderData* d = Data(instance);
+  if (d == nullptr) return nullptr;
+  const PNGReader& r = d->reader;
+  return CreatePictureWithMask(r.pict, r.mask, false, r.width, r.height);
 }
 
 RBBoolean GetAllowDamaged(REALobject instance, RBInteger) {

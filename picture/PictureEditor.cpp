@@ -1,0 +1,276 @@
+#include "picture/PictureEditor.h"
+
+#include <gd.h>
+#include <limits.h>
+
+#include "picture/Platform.h"
+
+bool IsDesktop = false;
+bool IsConsole = false;
+
+namespace {
+
+constexpr int32_t kMaxPictureSide = 32767;
+
+constexpr char kBestRepresentation[] =
+    "BestRepresentation(width As Integer, height As Integer, scale As Double) As Picture";
+constexpr char kConstructor[] = "Constructor(width as integer, height as integer)";
+constexpr char kMaskSetter[] = "Mask(assigns newMask As Picture)";
+
+using BestRepresentationProc = REALpicture (*)(REALobject, RBInteger, RBInteger, double);
+using ConstructorProc = void (*)(REALobject, RBInteger, RBInteger);
+using MaskSetterProc = void (*)(REALobject, REALpicture);
+
+REALobject AsObject(REALpicture picture) {
+  return reinterpret_cast<REALobject>(picture);
+}
+
+// An integer property of a picture; `value` is left alone when the query fails.
+bool ReadInteger(REALpicture picture, const char* name, RBInteger* value) {
+  return picture && REALGetPropValueInteger(AsObject(picture), name, value);
+}
+
+bool ReadHasAlpha(REALpicture picture) {
+  RBBoolean value = 0;
+  return REALGetPropValueBoolean(AsObject(picture), "HasAlphaChannel", &value) && value;
+}
+
+int32_t ResolutionOf(REALpicture picture, const char* name) {
+  RBInteger value = 0;
+  return ReadInteger(picture, name, &value) && value >= INT32_MIN && value <= INT32_MAX
+             ? static_cast<int32_t>(value)
+             : 0;
+}
+
+// Locks the picture's description of `type`. Hosts before 2012.0 need the unlock even after a
+// failed lock.
+bool LockDescription(REALpicture picture, REALpictureDescription* description, uint32_t type) {
+  if (REALLockPictureDescription(picture, description, type)) return true;
+  if (rbversion < 2012.0) REALUnlockPictureDescription(picture);
+  return false;
+}
+
+void DetectApplicationKind() {
+  if (IsDesktop || IsConsole) return;
+  const bool desktop = REALGetClassRef("Application") != nullptr;
+  const bool web = REALGetClassRef("WebApplication") != nullptr;
+  const bool console = REALGetClassRef("ConsoleApplication") != nullptr;
+  if (desktop) {
+    IsDesktop = true;
+  } else if (web || console) {
+    IsConsole = true;
+  }
+}
+
+// The usable pixels of a bitmap context: 32 bits a pixel, a known alpha layout, and rows that
+// hold their pixels (otherwise rows would be read past their end).
+bool UsableContext(const BitmapContextInfo& info) {
+  const uint32_t alpha = info.alphaInfo & 7;
+  return info.data != nullptr && info.bitsPerPixel == 32 && alpha >= 1 && alpha <= 6 &&
+         info.width <= INT32_MAX && info.height <= INT32_MAX && info.bytesPerRow <= INT32_MAX &&
+         info.bytesPerRow >= info.width * 4;
+}
+
+// A true-colour gd image whose rows hold the described size.
+bool UsableGDImage(const REALpictureDescription& d) {
+  const auto* image = static_cast<const gdImage*>(d.pictureData);
+  return d.pictureType == pictureGDPtr && image != nullptr && image->pixels == nullptr &&
+         image->trueColor && image->tpixels != nullptr && d.width >= 1 && d.height >= 1 &&
+         d.width <= image->sx && d.height <= image->sy;
+}
+
+}  // namespace
+
+void CopyPictureResolutions(REALpicture from, REALpicture to) {
+  RBInteger vertical = 0;
+  RBInteger horizontal = 0;
+  if (ReadInteger(from, "VerticalResolution", &vertical) &&
+      ReadInteger(from, "HorizontalResolution", &horizontal) && vertical >= 1 && horizontal >= 1) {
+    REALSetPropValueInteger(AsObject(to), "VerticalResolution", vertical);
+    REALSetPropValueInteger(AsObject(to), "HorizontalResolution", horizontal);
+  }
+}
+
+PictureEditor::~PictureEditor() {
+  Release();
+}
+
+void PictureEditor::Release() {
+  state = 0;
+  if (descriptionLocked) {
+    if (picture) REALUnlockPictureDescription(picture);
+    descriptionLocked = false;
+  }
+  baseAddress = nullptr;
+  pixels = nullptr;
+  rowTable = nullptr;
+  if (forWriting) {
+    if (picture == nullptr) return;
+    REALPictureClearCache(picture);
+  }
+  if (picture) UnlockHandle(picture);
+  picture = nullptr;
+}
+
+void PictureEditor::Attach(REALpicture pic) {
+  LockHandle(pic);
+  if (picture) UnlockHandle(picture);
+  picture = pic;
+  descriptionLocked = true;
+  bytesPerPixel = 4;
+  spare[0] = 0;
+  spare[1] = 0;
+  verticalResolution = ResolutionOf(pic, "VerticalResolution");
+  horizontalResolution = ResolutionOf(pic, "HorizontalResolution");
+}
+
+bool PictureEditor::GetPictureEditor(REALpicture pic, bool reading, bool writing) {
+  Release();
+  if (pic == nullptr) return false;
+  forReading = reading;
+  forWriting = writing;
+  state = 0;
+  DetectApplicationKind();
+  bool typeKnown = false;
+  const int32_t type = REALGetPictureType(pic, &typeKnown);
+  if (typeKnown && (type == 0 || type == 3)) {
+    // A multi-representation picture: only its best representation can be read.
+    if (writing) return false;
+    auto best = reinterpret_cast<BestRepresentationProc>(
+        rbversion >= 2016.0 ? REALLoadObjectMethod(AsObject(pic), kBestRepresentation) : nullptr);
+    if (best) {
+      RBInteger w = 0;
+      RBInteger h = 0;
+      ReadInteger(pic, "Width", &w);
+      ReadInteger(pic, "Height", &h);
+      REALpicture representation = best(AsObject(pic), w, h, 4.0);
+      if (representation) {
+        const bool ok = GetPictureEditorInternal(representation, reading, false, 1);
+        UnlockHandle(representation);
+        return ok;
+      }
+    }
+  } else if (typeKnown && type == 1 && writing) {
+    return false;  // an immutable picture
+  }
+  return GetPictureEditorInternal(pic, reading, writing, 1);
+}
+
+bool PictureEditor::GetPictureEditorInternal(REALpicture pic, bool reading, bool writing,
+                                             int depth) {
+  hasAlpha = ReadHasAlpha(pic);
+  if (!IsConsole && GetPictureEditorCGBitmapContext(pic, hasAlpha)) return true;
+  if (!IsDesktop && GetPictureEditorGDImagePtr(pic)) return true;
+  if (depth != 1 || IsConsole || !reading || writing) return false;
+  return EditDrawnCopy(pic, reading);
+}
+
+// Reading a picture that no route accepts: draw it into a new 32-bit picture and read that.
+bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
+  RBInteger w = 0;
+  RBInteger h = 0;
+  if (!ReadInteger(pic, "Width", &w) || !ReadInteger(pic, "Height", &h) || w < 1 || h < 1) {
+    return false;
+  }
+  REALpicture copy = nullptr;
+  if (hasAlpha) {
+    if (rbversion < 2011.04) return false;
+    REALobject object = REALnewInstance("Picture");
+    auto construct = reinterpret_cast<ConstructorProc>(
+        object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
+    if (construct == nullptr) {
+      if (object) REALUnlockObject(object);
+      return false;
+    }
+    construct(object, w, h);
+    copy = reinterpret_cast<REALpicture>(object);
+    GraphicsDrawPicture(copy, pic, w, h, w, h);
+  } else {
+    // The mask is detached for the copy, so the copy holds the picture's own colours.
+    REALpicture mask = REALGetPictureMask(pic, false);
+    auto setMask = reinterpret_cast<MaskSetterProc>(
+        mask ? REALLoadObjectMethod(AsObject(pic), kMaskSetter) : nullptr);
+    if (setMask) setMask(AsObject(pic), nullptr);
+    copy = REALNewPicture(w, h, 32);
+    if (copy) GraphicsDrawPicture(copy, pic, w, h, w, h);
+    if (setMask) setMask(AsObject(pic), mask);
+    if (mask) UnlockHandle(mask);
+    if (copy == nullptr) return false;
+  }
+  CopyPictureResolutions(pic, copy);
+  const bool ok = GetPictureEditorInternal(copy, reading, false, 2);
+  UnlockHandle(copy);
+  return ok;
+}
+
+bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAlpha) {
+  if (!LockDescription(pic, &description, pictureCGBitmapContext)) return false;
+  IsDesktop = true;
+  BitmapContextInfo info = {};
+  if (description.pictureType != pictureCGBitmapContext || description.pictureData == nullptr ||
+      !QueryBitmapContext(description.pictureData, &info) || !UsableContext(info)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  Attach(pic);
+  alphaWanted = wantAlpha;
+  rowBytes = static_cast<int32_t>(info.bytesPerRow);
+  width = static_cast<int32_t>(info.width);
+  height = static_cast<int32_t>(info.height);
+  baseAddress = pixels = static_cast<unsigned char*>(info.data);
+  pixelFormat = static_cast<int32_t>(info.alphaInfo & 7);
+  return true;
+}
+
+bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
+  if (!LockDescription(pic, &description, pictureGDPtr)) return false;
+  IsConsole = true;
+  if (!UsableGDImage(description)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  const auto* image = static_cast<const gdImage*>(description.pictureData);
+  Attach(pic);
+  pixelFormat = 8;
+  rowBytes = description.width * 4;
+  width = description.width;
+  height = description.height;
+  rowTable = reinterpret_cast<unsigned char**>(image->tpixels);
+  baseAddress = pixels = rowTable[0];
+  return true;
+}
+
+REALpicture PictureEditor::RenderPictureWriter() {
+  REALpicture result = picture;
+  if (result) {
+    LockHandle(result);
+    REALPictureClearCache(result);
+    if (verticalResolution >= 1 && horizontalResolution >= 1) {
+      REALSetPropValueInteger(AsObject(result), "VerticalResolution", verticalResolution);
+      REALSetPropValueInteger(AsObject(result), "HorizontalResolution", horizontalResolution);
+    }
+  }
+  Release();
+  return result;
+}
+
+unsigned char* PictureEditor::RowAddress(RBInteger y) const {
+  if (y < 0 || y >= height) return baseAddress;
+  return rowTable ? rowTable[y] : baseAddress + y * static_cast<RBInteger>(rowBytes);
+}
+
+bool PictureWriter::NewPictureWriter(int w, int h) {
+  if (w < 1 || w > kMaxPictureSide || h < 1 || h > kMaxPictureSide) return false;
+  REALpicture fresh = REALNewPicture(w, h, 32);
+  if (fresh == nullptr) return false;
+  const bool ok = GetPictureEditor(fresh, false, true);
+  UnlockHandle(fresh);
+  row = 0;
+  destination = reinterpret_cast<uint32_t*>(baseAddress);
+  return ok;
+}
+
+void PictureWriter::NextRow() {
+  ++row;
+  destination = reinterpret_cast<uint32_t*>(row < height ? RowAddress(row) : baseAddress);
+}

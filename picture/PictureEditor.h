@@ -1,0 +1,124 @@
+// Direct access to the pixels of a host picture: the editor finds out how the host stores the
+// picture, locks it and exposes one plain buffer of 4-byte pixels, rows top to bottom.
+//
+// Pixel format codes: 1 to 6 are a bitmap context's alpha info (1 premultiplied last, 2
+// premultiplied first, 3 last, 4 first, 5 none-skip-last, 6 none-skip-first); "last" formats keep
+// red, green, blue in bytes 0, 1, 2, "first" formats in bytes 1, 2, 3. Code 8 is a true-colour
+// gd image: one 32-bit word a pixel in host byte order, 0xAARRGGBB with gd's 7-bit alpha (0 is
+// opaque). Row bytes may exceed width × 4 and must be honoured.
+#pragma once
+
+#include <stdint.h>
+
+#include "host/HostRuntime.h"
+
+// The host application kind, found out on first use and kept for the process.
+extern bool IsDesktop;
+extern bool IsConsole;
+
+class PictureEditor {
+ public:
+  PictureEditor() = default;
+  virtual ~PictureEditor();
+  PictureEditor(const PictureEditor&) = delete;
+  PictureEditor& operator=(const PictureEditor&) = delete;
+
+  // Locks `picture` for pixel access; on success the fields below describe the buffer.
+  bool GetPictureEditor(REALpicture picture, bool forReading, bool forWriting);
+
+  // Finishes editing and hands over the picture (a new reference owned by the caller), or nil
+  // for an editor that holds none. The editor is released either way.
+  REALpicture RenderPictureWriter();
+
+  // Address of row `y`; an index outside the picture gives the top row.
+  unsigned char* RowAddress(RBInteger y) const;
+
+  int32_t rowBytes = 0;
+  int32_t width = 0;
+  int32_t height = 0;
+  int32_t bytesPerPixel = 0;
+  int32_t state = 0;
+  int32_t verticalResolution = 0;
+  int32_t horizontalResolution = 0;
+  int32_t pixelFormat = 0;
+  unsigned char* baseAddress = nullptr;
+  REALpictureDescription description = {};
+  unsigned char* pixels = nullptr;
+  int32_t spare[2] = {0, 0};
+  REALpicture picture = nullptr;
+  unsigned char** rowTable = nullptr;
+  bool hasAlpha = false;
+  bool alphaWanted = false;
+  bool forReading = false;
+  bool forWriting = false;
+  bool descriptionLocked = false;
+
+ protected:
+  void Release();
+
+ private:
+  bool GetPictureEditorInternal(REALpicture picture, bool forReading, bool forWriting, int depth);
+  bool GetPictureEditorCGBitmapContext(REALpicture picture, bool alphaWanted);
+  bool GetPictureEditorGDImagePtr(REALpicture picture);
+  bool EditDrawnCopy(REALpicture picture, bool forReading);
+  void Attach(REALpicture picture);
+};
+
+// An editor opened on a picture for reading its pixels.
+class PictureReader : public PictureEditor {};
+
+// An editor on a new picture that the decoders fill pixel by pixel, row by row.
+class PictureWriter : public PictureEditor {
+ public:
+  // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767).
+  bool NewPictureWriter(int width, int height);
+
+  // Stores one pixel of components c1, c2, c3 at the destination and moves on by one pixel. For
+  // codes 1, 3, 5 the word is 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is
+  // c1 << 24 | c2 << 16 | c3 << 8 | 0xFF, for 8 it is c1 | c2 << 8 | c3 << 16.
+  inline void StorePixel(uint32_t c1, uint32_t c2, uint32_t c3);
+
+  // Moves the destination to the start of the next row (back to the top after the last).
+  void NextRow();
+
+  uint32_t* destination = nullptr;
+  RBInteger row = 0;
+};
+
+inline void PictureWriter::StorePixel(uint32_t c1, uint32_t c2, uint32_t c3) {
+  switch (pixelFormat) {
+    case 1:
+    case 3:
+    case 5:
+      *destination++ = 0xFF000000u | c1 << 16 | c2 << 8 | c3;
+      break;
+    case 2:
+    case 4:
+    case 6:
+      *destination++ = c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
+      break;
+    case 8:
+      *destination++ = c1 | c2 << 8 | c3 << 16;
+      break;
+    default:
+      break;
+  }
+}
+
+// Both resolutions of `from` onto `to`, when both can be read and are at least 1.
+void CopyPictureResolutions(REALpicture from, REALpicture to);
+
+// Draws `source` into `destination` at 0, 0 with size width × height from a source area of
+// sourceWidth × sourceHeight; the remaining arguments are accepted and not used.
+void GraphicsDrawPicture(REALpicture destination, REALpicture source, RBInteger width,
+                         RBInteger height, RBInteger sourceWidth, RBInteger sourceHeight,
+                         RBInteger = 0, RBInteger = 0, RBInteger = 0, RBInteger = 0);
+
+// One new picture that carries `mask` as its mask, or nil; the picture itself (with a new
+// reference) when there is no mask. `flag` is accepted and not used.
+REALpicture CreatePictureWithMask(REALpicture picture, REALpicture mask, bool flag, RBInteger width,
+                                  RBInteger height);
+
+// Element `index` of a colour array into `out`; raises OutOfBoundsException for an index
+// outside the array and leaves `out` unchanged.
+void REALGetArrayValue(REALarray array, RBInteger index, RBColor* out);
