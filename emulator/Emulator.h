@@ -75,7 +75,16 @@ const Profile* FindProfile(std::string_view name);  // null for an unknown name
 enum class ValueKind { Nil, Integer, Double, Single, Boolean, Color, String, Object };
 
 // Kinds of host objects. Every handle the emulator hands out is one of these.
-enum class ObjectKind { String, Instance, MemoryBlock, Array, FolderItem, Exception };
+enum class ObjectKind {
+  String,
+  Instance,
+  MemoryBlock,
+  Array,
+  FolderItem,
+  Exception,
+  Picture,
+  Graphics
+};
 
 const char* KindName(ValueKind kind);
 const char* KindName(ObjectKind kind);
@@ -328,8 +337,11 @@ struct AuditReport {
   std::vector<LiveObject> live;
   size_t openStringData = 0;  // PluginGetStringData records not yet disposed
   std::vector<std::string> errors;
+  std::vector<const void*> lockedPictures;  // picture descriptions locked and never unlocked
 
-  bool Clean() const { return live.empty() && openStringData == 0 && errors.empty(); }
+  bool Clean() const {
+    return live.empty() && openStringData == 0 && errors.empty() && lockedPictures.empty();
+  }
   std::string Format() const;
 };
 
@@ -340,6 +352,64 @@ struct RaisedException {
 };
 
 enum class Storage { Direct, GetterOnly };
+
+// ---------------------------------------------------------------------------------------------
+// Pictures
+// ---------------------------------------------------------------------------------------------
+//
+// Desktop hosts keep a picture in a bitmap context of 32 bits a pixel whose rows may be longer
+// than width × 4 bytes. Its alpha info (the pixel format code) gives the bytes of a pixel:
+//   1  R G B A, colour premultiplied by alpha     2  A R G B, premultiplied
+//   3  R G B A                                    4  A R G B
+//   5  R G B x (x ignored)                        6  x R G B
+// Console and web hosts keep a picture in a gd true-colour image (format code 8): one int a pixel,
+// 0xAARRGGBB with gd's 7-bit alpha (0 opaque, 127 transparent). Test code may also make gd
+// palette images (format code 0), which the plug-in must refuse to edit.
+//
+// A picture either has an alpha channel, kept in its pixels (in formats 5 and 6 such a picture is
+// stored as 1 and 2), or is opaque and may have a mask: a picture of the same size whose grey
+// level (its red channel) is the transparency, black opaque and white transparent.
+//
+// Picture types (PluginPictureGetType): 2 ordinary bitmap, 1 immutable, 0 and 3 multi-
+// representation. Only ordinary pictures lock their description or give a graphics object
+// (desktop hosts only). Hosts before 2012.0 keep a picture locked even after a failed
+// REALLockPictureDescription, until unlockPictureDescription.
+//
+// The host's Picture and Graphics methods that REALLoadObjectMethod finds, by exact declaration:
+// Picture "Constructor(width as integer, height as integer)" (from 2011.04; a transparent
+// picture with alpha channel), "Mask(assigns newMask As Picture)", "BestRepresentation(width As
+// Integer, height As Integer, scale As Double) As Picture" (from 2016.0; nil for pictures without
+// representations); Graphics "DrawPicture(...)" with Integer parameters below 2018.02 and with
+// Double parameters from 2018.02 on.
+//
+// The plug-in finds the six CGBitmapContextGet... queries with dlsym in the running process:
+// executables that link the emulator must export their symbols (CMake ENABLE_EXPORTS).
+
+enum class PictureStorage { HostDefault, GdPalette };
+enum class MaskSource { None, Grey, Alpha };
+
+struct PictureOptions {
+  PictureStorage storage = PictureStorage::HostDefault;
+  bool alphaChannel = false;  // keep the alpha bytes in the pixels; such pictures take no mask
+  MaskSource mask = MaskSource::None;  // Grey: from maskGrey; Alpha: grey = 255 − the alpha byte
+  std::string maskGrey;                // width × height grey bytes
+  int32_t type = 2;  // 0 or 3: representations at scales 1, 2 and 4 from the same pixels
+  RBInteger horizontalResolution = 72;
+  RBInteger verticalResolution = 72;
+};
+
+// A picture's storage as it lies in memory.
+struct PictureRaw {
+  int format = 0;  // 1..6 bitmap alpha info, 8 gd true colour, 0 gd palette
+  RBInteger rowBytes = 0;
+  std::string bytes;  // rows top to bottom, rowBytes each (palette: one index a pixel)
+};
+
+struct PictureCounts {
+  long lockCalls = 0;    // REALLockPictureDescription calls, failed ones included
+  long openLocks = 0;    // locks that no unlockPictureDescription has ended yet
+  long clearCaches = 0;  // REALPictureClearCache calls
+};
 
 // ---------------------------------------------------------------------------------------------
 // The host
@@ -411,6 +481,20 @@ class Host {
 
   // Folder items.
   Value MakeFolderItem(const std::string& path);
+
+  // Pictures. New desktop pictures take this alpha info (1..6) and these extra bytes a row; Start
+  // resets them to 2 and 0.
+  void SetPictureFormat(int alphaInfo, int rowPaddingBytes);
+  // A width × height picture from RGBA bytes, 4 a pixel, rows top to bottom. Without an alpha
+  // channel the alpha bytes only serve MaskSource::Alpha.
+  Value MakePicture(RBInteger width, RBInteger height, std::string_view rgba,
+                    const PictureOptions& options = {});
+  // Any picture as RGBA bytes with its alpha channel or mask applied: colours un-premultiplied,
+  // gd alpha a read as 255 − round(a × 255 / 127), mask grey g as alpha 255 − g.
+  std::string PictureRgba(const Value& picture) const;
+  PictureRaw RawPicture(const Value& picture) const;
+  Value PictureMask(const Value& picture) const;  // nil when the picture has none
+  PictureCounts PictureStats(const Value& picture) const;
 
   // Introspection for assertions.
   std::string ClassName(const Value& object) const;

@@ -56,6 +56,11 @@ void UnlockObject(REALobject obj) noexcept {
 REALobject NewInstance(const char* className) noexcept {
   return Guard<REALobject>("PluginNewInstance", nullptr, [&](Host::State& s) -> REALobject {
     if (className == nullptr) return nullptr;
+    // A picture waits for its constructor; the caller owns its creation reference.
+    if (SameName(className, "Picture")) {
+      return static_cast<REALobject>(
+          s.Add(std::make_unique<PictureObject>("PluginNewInstance"))->Handle());
+    }
     Value made = IsExceptionClass(className)
                      ? s.NewException(className, "PluginNewInstance")
                      : (s.ClassIndex(className) ? s.Instantiate(className, {}, "PluginNewInstance")
@@ -91,8 +96,10 @@ REALproc GetEventInstance(REALobject obj, REALevent* event) noexcept {
 
 REALproc LoadObjectMethod(REALobject obj, const char* declaration) noexcept {
   return Guard<REALproc>("REALLoadObjectMethod", nullptr, [&](Host::State& s) -> REALproc {
-    auto* instance = s.LiveAs<InstanceObject>(obj, ObjectKind::Instance, "REALLoadObjectMethod");
-    if (instance == nullptr || declaration == nullptr) return nullptr;
+    Object* object = s.Live(obj, "REALLoadObjectMethod");
+    if (object == nullptr || declaration == nullptr) return nullptr;
+    if (object->kind != ObjectKind::Instance) return HostClassMethod(s, *object, declaration);
+    auto* instance = static_cast<InstanceObject*>(object);
     for (size_t index : s.ClassChain(instance->classIndex)) {
       for (const MethodInfo& m : s.registry.classes[index].methods) {
         if (m.declaration == declaration) return m.handler;
@@ -118,7 +125,8 @@ void* GetClassData(REALobject obj, REALclassDefinition* def) noexcept {
 REALclassRef ObjectType(const char* className) noexcept {
   return Guard<REALclassRef>("pluginObjectType", nullptr, [&](Host::State& s) -> REALclassRef {
     if (className == nullptr) return nullptr;
-    static const char* const kHostClasses[] = {"Object", "FolderItem", "MemoryBlock"};
+    static const char* const kHostClasses[] = {"Object", "FolderItem", "MemoryBlock", "Picture",
+                                               "Graphics"};
     static const char* const kApplications[] = {"Application", "ConsoleApplication",
                                                 "WebApplication", nullptr};
     const char* app = kApplications[static_cast<int>(s.profile.app)];
@@ -210,6 +218,7 @@ EntryTable BuildTable() {
   table["REALGetPropValueBool"] = reinterpret_cast<void*>(&GetPropBool);
   AddStringEntries(table);
   AddCollectionEntries(table);
+  AddPictureEntries(table);
   return table;
 }
 

@@ -82,6 +82,8 @@ Host::State& Host::Internal() {
 void Host::Start(const Profile& profile) {
   if (state_->started) throw Error("the host is already running; call Shutdown first");
   state_->profile = profile;
+  state_->pictureFormat = 2;
+  state_->picturePadding = 0;
   state_->started = true;
 }
 

@@ -108,6 +108,60 @@ struct ExceptionObject : Object {
   RBInteger errorNumber = 0;
 };
 
+// One pixel, colour not premultiplied.
+struct Rgba {
+  uint8_t r = 0, g = 0, b = 0, a = 0;
+};
+
+// Where a picture's pixels live. A store made for an opaque picture reads every pixel as opaque
+// and keeps what it writes opaque.
+class PixelStore {
+ public:
+  virtual ~PixelStore() = default;
+  virtual Rgba Get(size_t x, size_t y) const = 0;
+  virtual void Put(size_t x, size_t y, Rgba pixel) = 0;
+  virtual PictureRaw Raw() const = 0;
+  // Fills `desc` when the store can be described as `type` (8 bitmap context, 10 gd image).
+  virtual bool Describe(uint32_t type, REALpictureDescription& desc) = 0;
+};
+
+// Both throw std::bad_alloc when the pixels cannot be had.
+std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
+                                           size_t padding, bool alpha);
+std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette, bool alpha);
+
+struct PictureObject : Object {
+  explicit PictureObject(std::string made) : Object(ObjectKind::Picture, std::move(made)) {}
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return "Picture"; }
+  std::vector<void*> TakeChildren() override;
+  void FreePayload() override { store.reset(); }
+  bool Lockable() const { return store != nullptr && type == 2; }
+
+  OpaqueRecord record;
+  std::unique_ptr<PixelStore> store;  // null until constructed
+  size_t width = 0;
+  size_t height = 0;
+  bool alpha = false;
+  int32_t type = 2;
+  RBInteger horizontalResolution = 72;
+  RBInteger verticalResolution = 72;
+  void* mask = nullptr;                                   // one reference held
+  std::vector<std::pair<double, void*>> representations;  // by scale, one reference each
+  PictureCounts counts;
+};
+
+struct GraphicsObject : Object {
+  GraphicsObject(void* target, std::string made)
+      : Object(ObjectKind::Graphics, std::move(made)), picture(target) {}
+  void* Handle() override { return &record; }
+  std::string ClassName() const override { return "Graphics"; }
+  std::vector<void*> TakeChildren() override;
+
+  OpaqueRecord record;
+  void* picture;  // one reference held
+};
+
 struct EventClosure;
 
 struct InstanceObject : Object {
@@ -164,6 +218,8 @@ struct Host::State {
   std::map<std::string, size_t, std::less<>> lookups;
   std::vector<void*> pluginHandles;
   RBInteger memoryBlockLimit = RBInteger{1} << 30;
+  int pictureFormat = 2;
+  size_t picturePadding = 0;
 
   // Registry
   Registry registry;
@@ -247,6 +303,14 @@ struct Host::State {
   // Events.cpp
   void* EventInstance(void* object, const void* eventRecord);
 
+  // Pictures.cpp
+  // Gives a picture host storage of that size, its pixels not yet set; std::bad_alloc when too
+  // large. NewPicture does the same for a new picture.
+  void ConstructPicture(PictureObject& picture, size_t width, size_t height, bool alpha);
+  PictureObject* NewPicture(size_t width, size_t height, bool alpha, std::string creator);
+  PictureObject* LivePicture(const void* handle);  // null, without a fault, for anything else
+  void CheckUnlocked(const PictureObject& picture);
+
   // Host.cpp
   void Destroy(InstanceObject& instance);
   std::vector<size_t> ClassChain(size_t classIndex) const;  // the class, then its ancestors
@@ -283,6 +347,7 @@ void Host::State::RunPlugin(Fn&& fn) {
 using EntryTable = std::map<std::string, void*, std::less<>>;
 void AddStringEntries(EntryTable& table);      // Strings.cpp
 void AddCollectionEntries(EntryTable& table);  // Collections.cpp
+void AddPictureEntries(EntryTable& table);     // Pictures.cpp
 
 Host::State& CurrentState();
 
@@ -321,6 +386,16 @@ REALproc ArrayGetter(TypeKind element);
 
 // Host.cpp
 bool IsExceptionClass(std::string_view name);
+
+// Pictures.cpp
+bool ValidPictureSize(RBInteger width, RBInteger height);
+void Fill(PictureObject& picture, Rgba pixel);
+Rgba ShownPixel(Host::State& s, const PictureObject& picture, size_t x, size_t y);
+std::optional<Value> ReadPictureProperty(const PictureObject& picture, std::string_view name);
+bool WritePictureProperty(PictureObject& picture, std::string_view name, const Value& value);
+
+// Drawing.cpp: the methods of the host's Picture and Graphics classes, by exact declaration.
+REALproc HostClassMethod(Host::State& s, Object& object, std::string_view declaration);
 
 // Registry.cpp
 void Dump(const Registry& registry, std::ostream& out);

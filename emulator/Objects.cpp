@@ -109,6 +109,7 @@ void Host::State::Kill(Object* object) {
   if (object->dying) return;
   object->dying = true;
   if (object->kind == ObjectKind::Instance) Destroy(static_cast<InstanceObject&>(*object));
+  if (object->kind == ObjectKind::Picture) CheckUnlocked(static_cast<PictureObject&>(*object));
   if (object->refs != 0) {
     Fault(object->ClassName() + " " + HandleText(object->Handle()) +
           " was locked again by its destructor");
@@ -155,7 +156,12 @@ AuditReport Host::Audit() const {
     if (!object->alive) continue;
     report.live.push_back(
         {handle, object->kind, object->ClassName(), object->refs, object->creator});
+    if (object->kind == ObjectKind::Picture &&
+        static_cast<const PictureObject&>(*object).counts.openLocks > 0) {
+      report.lockedPictures.push_back(handle);
+    }
   }
+  std::sort(report.lockedPictures.begin(), report.lockedPictures.end());
   std::sort(report.live.begin(), report.live.end(),
             [](const LiveObject& a, const LiveObject& b) { return a.handle < b.handle; });
   report.openStringData = state_->stringData.size();
@@ -174,6 +180,7 @@ std::string AuditReport::Format() const {
         << " references " << o.references << ", made by " << o.creator << "\n";
   }
   if (openStringData != 0) out << openStringData << " string data record(s) not disposed\n";
+  for (const void* p : lockedPictures) out << "picture " << HandleText(p) << " left locked\n";
   for (const std::string& e : errors) out << "error: " << e << "\n";
   return out.str();
 }

@@ -131,6 +131,9 @@ std::optional<Value> ReadHostProperty(Host::State& s, Object& o, std::string_vie
           s.NewString(text, kREALTextEncodingUTF8, std::string(name))->Handle()));
     }
   }
+  if (o.kind == ObjectKind::Picture) {
+    return ReadPictureProperty(static_cast<PictureObject&>(o), name);
+  }
   if (o.kind == ObjectKind::MemoryBlock && SameName(name, "Size")) {
     return Value(static_cast<MemoryBlockObject&>(o).record.size);
   }
@@ -138,6 +141,9 @@ std::optional<Value> ReadHostProperty(Host::State& s, Object& o, std::string_vie
 }
 
 bool WriteHostProperty(Host::State& s, Object& o, std::string_view name, const Value& value) {
+  if (o.kind == ObjectKind::Picture) {
+    return WritePictureProperty(static_cast<PictureObject&>(o), name, value);
+  }
   if (o.kind != ObjectKind::Exception) return false;
   auto& e = static_cast<ExceptionObject&>(o);
   if (SameName(name, "ErrorNumber") && value.Kind() == ValueKind::Integer) {

@@ -28,8 +28,8 @@ const char* KindName(ValueKind kind) {
 }
 
 const char* KindName(ObjectKind kind) {
-  static const char* const kNames[] = {"string", "instance",    "memory block",
-                                       "array",  "folder item", "exception"};
+  static const char* const kNames[] = {"string",      "instance",  "memory block", "array",
+                                       "folder item", "exception", "picture",      "graphics"};
   return kNames[static_cast<int>(kind)];
 }
 

@@ -91,6 +91,7 @@ REALproperty readerProperties[] = {
 };
 
 REALmethodDefinition readerMethods[] = {
+    Method(Proc(rbOpenSpecialData), "OpenSpecialData(data as string) as boolean", kConsole),
     Method(Proc(rbCombinePictureWithMask), "CombinePictureWithMask as picture", kConsoleSafeMark),
     Method(Proc(rbApplyOptions),
            "ApplyOptions(gamma as double = 0.0, ScreenGamma as double = -1.0) as boolean",
@@ -190,5 +191,5 @@ REALclassDefinition FolderitemExtension = {
 REALmethodDefinition* const GlobalMethods = nullptr;
 const size_t GlobalMethodCount = 0;
 
-REALclassDefinition* const PluginClasses[] = {&PNGReaderKRVClass};
+REALclassDefinition* const PluginClasses[] = {&PNGReaderKRVClass, &PNGWriterKRVClass};
 const size_t PluginClassCount = std::size(PluginClasses);

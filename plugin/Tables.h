@@ -6,6 +6,8 @@
 
 extern REALclassDefinition PNGReaderKRVClass;
 extern REALevent PNGReaderKRVEvents[2];  // Error, Warning
+extern REALclassDefinition PNGWriterKRVClass;
+extern REALevent PNGWriterKRVEvents[2];  // Error, Warning
 
 // The plug-in's classes, in registration order.
 extern REALclassDefinition* const PluginClasses[];

@@ -105,6 +105,7 @@ RBBoolean rbReadICCProfile(REALobject instance, REALstring* name, RBInteger* com
                            REALstring* profile);
 RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent);
 RBBoolean rbReadPicture(REALobject instance);
+RBBoolean rbOpenSpecialData(REALobject instance, REALstring data);
 REALpicture rbCombinePictureWithMask(REALobject instance);
 RBBoolean GetAllowDamaged(REALobject instance, RBInteger param);
 void SetAllowDamaged(REALobject instance, RBInteger param, RBBoolean value);

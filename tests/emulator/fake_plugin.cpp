@@ -1,7 +1,11 @@
 // A small plug-in for testing the emulator: one class with every kind of property, parameter
-// and event, a shared method, a module, a global method and folder item extensions. It reaches
-// the host only through the runtime wrappers, as the real plug-in does, and registers in the
-// older definition layout on hosts that need it.
+// and event, a shared method, a module, a global method, folder item extensions and a painter
+// that writes picture pixels through a locked description. It reaches the host only through the
+// runtime wrappers, as the real plug-in does, and registers in the older definition layout on
+// hosts that need it.
+#include <dlfcn.h>
+#include <gd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -175,6 +179,56 @@ RBInteger PathLength(REALobject file, RBInteger extra) {
   return length + extra;
 }
 
+template <typename R>
+R ContextQuery(const char* name, void* context) {
+  auto fn = reinterpret_cast<R (*)(void*)>(dlsym(RTLD_DEFAULT, name));
+  return fn != nullptr ? fn(context) : R{};
+}
+
+// Bytes by the context's alpha info: "first" formats (even codes) put colour in bytes 1 to 3,
+// codes up to 4 keep alpha in the remaining byte.
+bool PaintContext(void* context, RBColor tint) {
+  auto* data = static_cast<unsigned char*>(ContextQuery<void*>("CGBitmapContextGetData", context));
+  if (data == nullptr || ContextQuery<size_t>("CGBitmapContextGetBitsPerPixel", context) != 32) {
+    return false;
+  }
+  size_t width = ContextQuery<size_t>("CGBitmapContextGetWidth", context);
+  size_t height = ContextQuery<size_t>("CGBitmapContextGetHeight", context);
+  size_t rowBytes = ContextQuery<size_t>("CGBitmapContextGetBytesPerRow", context);
+  uint32_t info = ContextQuery<uint32_t>("CGBitmapContextGetAlphaInfo", context) & 7;
+  bool first = info % 2 == 0;
+  for (size_t y = 0; y < height; ++y) {
+    for (size_t x = 0; x < width; ++x) {
+      unsigned char* px = data + y * rowBytes + x * 4;
+      unsigned char* c = px + (first ? 1 : 0);
+      c[0] = static_cast<unsigned char>(tint >> 16);
+      c[1] = static_cast<unsigned char>(tint >> 8);
+      c[2] = static_cast<unsigned char>(tint);
+      if (info <= 4) px[first ? 0 : 3] = 255;
+    }
+  }
+  return true;
+}
+
+bool PaintGd(gdImagePtr image, RBColor tint) {
+  if (image == nullptr || !image->trueColor || image->tpixels == nullptr) return false;
+  for (int y = 0; y < image->sy; ++y) {
+    for (int x = 0; x < image->sx; ++x) image->tpixels[y][x] = static_cast<int>(tint & 0xFFFFFF);
+  }
+  return true;
+}
+
+RBBoolean PaintPicture(REALpicture picture, RBColor tint) {
+  REALpictureDescription desc{};
+  bool context = REALLockPictureDescription(picture, &desc, pictureCGBitmapContext) != 0;
+  if (!context && !REALLockPictureDescription(picture, &desc, pictureGDPtr)) return 0;
+  bool painted = context ? PaintContext(desc.pictureData, tint)
+                         : PaintGd(static_cast<gdImagePtr>(desc.pictureData), tint);
+  REALUnlockPictureDescription(picture);
+  REALPictureClearCache(picture);
+  return painted ? 1 : 0;
+}
+
 #define FIELD(name) static_cast<int32_t>(offsetof(Counter, name))
 #define STD REALstandardGetter, REALstandardSetter
 
@@ -217,6 +271,7 @@ REALclassDefinition gExtension{};
 REALmethodDefinition gModuleMethods[] = {
     METHOD(Twice, "Twice(n as integer) as integer"),
     METHOD(PathLength, "NameLength(extends ref as Folderitem, add as integer = 0) as integer"),
+    METHOD(PaintPicture, "PaintPicture(pict as picture, tint as color) as boolean"),
 };
 REALmoduleDefinition gModule{};
 
@@ -247,7 +302,7 @@ void FillTables() {
   gModule.version = 13;
   gModule.name = "FakeGlobalsKRV";
   gModule.methods = gModuleMethods;
-  gModule.methodCount = 2;
+  gModule.methodCount = 3;
 }
 
 // The older layout: method records of four fields, properties of ten, events of two. The
@@ -289,6 +344,8 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolv
       static_cast<int32_t>(gControlVersion));
   if (gControlVersion <= 9) {
     RegisterOldLayout(&gCounterClass);
+    gModule.methods = reinterpret_cast<REALmethodDefinition*>(
+        Copy<REALmethodDefinition9>(gModule.methods, gModule.methodCount));
   } else {
     REALRegisterClass(&gCounterClass);
   }

@@ -7,6 +7,8 @@
 
 namespace cli {
 
+int Encode(Session& session, const Options& options);  // Encode.cpp
+
 namespace {
 
 constexpr char kReadsRGBTag[] = "ReadsRGBTag(byref file_srgb_intent as integer) as boolean";
@@ -114,6 +116,12 @@ const std::vector<Command>& Commands() {
       {"info", 1, {}, Info},
       {"rows", 2, {"--gamma", "--screen-gamma"}, Rows},
       {"demo", 0, {"--examples", "--out"}, Demo},
+      {"encode",
+       2,
+       {"--type", "--alphas", "--interlace", "--filter", "--level", "--gamma", "--srgb", "--icc",
+        "--dpi", "--to-string"},
+       Encode,
+       {{"--alphas", 0}, {"--interlace", 0}, {"--to-string", 0}, {"--icc", 2}}},
   };
   return commands;
 }

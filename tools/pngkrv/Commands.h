@@ -24,6 +24,9 @@ struct Command {
   size_t arguments;                  // positional arguments
   std::vector<std::string> options;  // "--name VALUE" options it takes
   int (*run)(Session& session, const Options& options);
+  // Options among `options` that take other than one value: 0 (a flag, kept as "") or more
+  // (kept in Options::values joined by NUL characters).
+  std::map<std::string, size_t> valueCounts = {};
 };
 
 const Command* FindCommand(const std::string& name);

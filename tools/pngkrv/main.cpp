@@ -12,7 +12,10 @@ constexpr char kUsage[] =
     "usage: pngkrv [--host PROFILE] [--plugin PATH] COMMAND ...\n"
     "  info FILE.png                                    header, sRGB intent and ICC profile\n"
     "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam   decode row by row to PAM\n"
-    "  demo [--examples DIR] [--out DIR]                make examples and decode them\n";
+    "  demo [--examples DIR] [--out DIR]                make examples and decode them\n"
+    "  encode [--type rgb|rgba|gray|graya|palette] [--alphas] [--interlace] [--filter F]\n"
+    "         [--level L] [--gamma G] [--srgb INTENT] [--icc NAME FILE] [--dpi N]\n"
+    "         [--to-string] IN OUT.png                 a PAM or PNG file written as PNG\n";
 
 int Usage(const std::string& problem) {
   if (!problem.empty()) std::cerr << "pngkrv: " << problem << "\n";
@@ -35,14 +38,15 @@ std::optional<double> ParseNumber(const std::string& text) {
   return std::nullopt;
 }
 
-// Takes "--name VALUE" options listed in `names` out of `args` into `options`.
-bool TakeOptions(std::vector<std::string>& args, const std::vector<std::string>& names,
-                 cli::Options& options, std::string& problem) {
+// Takes the options of `command` ("--name VALUE", flags and options of several values) out of
+// `args` into `options`.
+bool TakeOptions(std::vector<std::string>& args, const cli::Command& command, cli::Options& options,
+                 std::string& problem) {
   std::vector<std::string> rest;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     bool known = false;
-    for (const std::string& n : names) known = known || a == n;
+    for (const std::string& n : command.options) known = known || a == n;
     if (!known) {
       if (a.rfind("--", 0) == 0) {
         problem = "unknown option " + a;
@@ -51,11 +55,16 @@ bool TakeOptions(std::vector<std::string>& args, const std::vector<std::string>&
       rest.push_back(a);
       continue;
     }
-    if (i + 1 >= args.size()) {
-      problem = a + " needs a value";
+    const auto count = command.valueCounts.find(a);
+    const size_t values = count == command.valueCounts.end() ? 1 : count->second;
+    if (args.size() - i - 1 < values) {
+      problem =
+          a + (values == 1 ? " needs a value" : " needs " + std::to_string(values) + " values");
       return false;
     }
-    options.values[a] = args[++i];
+    std::string value = values ? args[++i] : "";
+    for (size_t v = 1; v < values; ++v) value += '\0' + args[++i];
+    options.values[a] = value;
   }
   args = rest;
   return true;
@@ -89,7 +98,7 @@ int main(int argc, char** argv) {
   if (command == nullptr) return Usage("unknown command " + args[0]);
   args.erase(args.begin());
   std::string problem;
-  if (!TakeOptions(args, command->options, options, problem)) return Usage(problem);
+  if (!TakeOptions(args, *command, options, problem)) return Usage(problem);
   for (const char* number : {"--gamma", "--screen-gamma"}) {
     auto it = options.values.find(number);
     if (it != options.values.end() && !ParseNumber(it->second)) {

@@ -1,0 +1,257 @@
+// The storage behind pictures: the bitmap contexts of desktop hosts, which the plug-in reaches
+// through the six bitmap context queries exported below, and the gd images of console and web
+// hosts.
+#include <gd.h>
+
+#include <climits>
+#include <cstring>
+#include <set>
+
+#include "emulator/Internal.h"
+
+namespace emu {
+
+namespace {
+
+// A picture larger than this is refused as if memory had run out.
+constexpr uint64_t kMaxPictureBytes = uint64_t{1} << 30;
+
+// Row padding starts with this byte, so that a write past the end of a row shows.
+constexpr unsigned char kPaddingByte = 0xA5;
+
+// What the bitmap context queries answer for one context.
+struct BitmapContext {
+  unsigned char* data;
+  size_t width;
+  size_t height;
+  size_t bytesPerRow;
+  size_t bitsPerPixel;
+  uint32_t alphaInfo;
+};
+
+std::set<const void*>& LiveContexts() {
+  static std::set<const void*> live;
+  return live;
+}
+
+uint8_t Premultiply(uint8_t c, uint8_t a) {
+  return static_cast<uint8_t>((c * a + 127) / 255);
+}
+
+uint8_t Unpremultiply(uint8_t c, uint8_t a) {
+  if (a == 0) return 0;
+  unsigned v = (c * 255u + a / 2u) / a;
+  return static_cast<uint8_t>(v > 255 ? 255 : v);
+}
+
+// gd keeps 7 bits of transparency; these round to the nearest step both ways.
+uint8_t AlphaFromGd(int gdAlpha) {
+  return static_cast<uint8_t>(255 - (gdAlpha * 510 + 127) / 254);
+}
+
+int GdFromAlpha(uint8_t alpha) {
+  return ((255 - alpha) * 254 + 255) / 510;
+}
+
+void CheckSize(size_t width, size_t height, uint64_t bytesPerPixel) {
+  if (width == 0 || height == 0 || width > INT_MAX || height > INT_MAX ||
+      uint64_t{width} * bytesPerPixel * height > kMaxPictureBytes) {
+    throw std::bad_alloc();
+  }
+}
+
+class BitmapStore : public PixelStore {
+ public:
+  BitmapStore(size_t width, size_t height, int alphaInfo, size_t padding, bool alpha)
+      : alpha_(alpha),
+        first_(alphaInfo % 2 == 0),
+        alphaByte_(alphaInfo <= 4),
+        premultiplied_(alphaInfo <= 2) {
+    CheckSize(width, height, 4);
+    const uint64_t row = uint64_t{width} * 4 + padding;
+    if (row * height > kMaxPictureBytes) throw std::bad_alloc();
+    pixels_ = std::make_unique<unsigned char[]>(row * height);
+    std::memset(pixels_.get(), kPaddingByte, row * height);
+    context_ = {pixels_.get(), width, height, row, 32, static_cast<uint32_t>(alphaInfo)};
+    LiveContexts().insert(&context_);
+  }
+  ~BitmapStore() override { LiveContexts().erase(&context_); }
+  BitmapStore(const BitmapStore&) = delete;
+  BitmapStore& operator=(const BitmapStore&) = delete;
+
+  Rgba Get(size_t x, size_t y) const override {
+    const unsigned char* px = At(x, y);
+    const unsigned char* c = px + (first_ ? 1 : 0);
+    Rgba p{c[0], c[1], c[2], 255};
+    if (!alpha_ || !alphaByte_) return p;
+    p.a = px[first_ ? 0 : 3];
+    if (premultiplied_) {
+      p.r = Unpremultiply(p.r, p.a);
+      p.g = Unpremultiply(p.g, p.a);
+      p.b = Unpremultiply(p.b, p.a);
+    }
+    return p;
+  }
+
+  void Put(size_t x, size_t y, Rgba p) override {
+    if (!alpha_) p.a = 255;
+    if (premultiplied_) {
+      p.r = Premultiply(p.r, p.a);
+      p.g = Premultiply(p.g, p.a);
+      p.b = Premultiply(p.b, p.a);
+    }
+    unsigned char* px = At(x, y);
+    unsigned char* c = px + (first_ ? 1 : 0);
+    c[0] = p.r;
+    c[1] = p.g;
+    c[2] = p.b;
+    if (alphaByte_) px[first_ ? 0 : 3] = p.a;
+  }
+
+  PictureRaw Raw() const override {
+    PictureRaw raw;
+    raw.format = static_cast<int>(context_.alphaInfo);
+    raw.rowBytes = static_cast<RBInteger>(context_.bytesPerRow);
+    raw.bytes.assign(reinterpret_cast<const char*>(pixels_.get()),
+                     context_.bytesPerRow * context_.height);
+    return raw;
+  }
+
+  bool Describe(uint32_t type, REALpictureDescription& desc) override {
+    if (type != pictureCGBitmapContext) return false;
+    desc.pictureType = type;
+    desc.pictureData = &context_;
+    desc.width = static_cast<int32_t>(context_.width);
+    desc.height = static_cast<int32_t>(context_.height);
+    desc.depth = 32;
+    desc.transparent = alpha_ ? 1 : 0;
+    return true;
+  }
+
+ private:
+  unsigned char* At(size_t x, size_t y) const {
+    return pixels_.get() + y * context_.bytesPerRow + x * 4;
+  }
+
+  bool alpha_;
+  bool first_;          // the alpha or ignored byte comes before the colour
+  bool alphaByte_;      // the fourth byte is alpha rather than ignored
+  bool premultiplied_;  // colour kept multiplied by alpha
+  std::unique_ptr<unsigned char[]> pixels_;
+  BitmapContext context_{};
+};
+
+class GdStore : public PixelStore {
+ public:
+  GdStore(size_t width, size_t height, bool palette, bool alpha) : alpha_(alpha) {
+    CheckSize(width, height, 4);
+    const int w = static_cast<int>(width);
+    const int h = static_cast<int>(height);
+    image_ = palette ? gdImageCreate(w, h) : gdImageCreateTrueColor(w, h);
+    if (image_ == nullptr) throw std::bad_alloc();
+  }
+  ~GdStore() override { gdImageDestroy(image_); }
+  GdStore(const GdStore&) = delete;
+  GdStore& operator=(const GdStore&) = delete;
+
+  Rgba Get(size_t x, size_t y) const override {
+    int c = gdImageGetTrueColorPixel(image_, static_cast<int>(x), static_cast<int>(y));
+    return {static_cast<uint8_t>(gdTrueColorGetRed(c)),
+            static_cast<uint8_t>(gdTrueColorGetGreen(c)),
+            static_cast<uint8_t>(gdTrueColorGetBlue(c)),
+            alpha_ ? AlphaFromGd(gdTrueColorGetAlpha(c)) : uint8_t{255}};
+  }
+
+  void Put(size_t x, size_t y, Rgba p) override {
+    const int a = alpha_ ? GdFromAlpha(p.a) : 0;
+    if (gdImageTrueColor(image_)) {
+      image_->tpixels[y][x] = gdTrueColorAlpha(p.r, p.g, p.b, a);
+      return;
+    }
+    int index = gdImageColorExactAlpha(image_, p.r, p.g, p.b, a);
+    if (index < 0) index = gdImageColorAllocateAlpha(image_, p.r, p.g, p.b, a);
+    if (index < 0) throw Error("the palette of a gd palette image is full");
+    image_->pixels[y][x] = static_cast<unsigned char>(index);
+  }
+
+  PictureRaw Raw() const override {
+    const bool trueColor = gdImageTrueColor(image_);
+    const size_t rowBytes = static_cast<size_t>(image_->sx) * (trueColor ? 4 : 1);
+    PictureRaw raw;
+    raw.format = trueColor ? 8 : 0;
+    raw.rowBytes = static_cast<RBInteger>(rowBytes);
+    for (int y = 0; y < image_->sy; ++y) {
+      const void* row = trueColor ? static_cast<const void*>(image_->tpixels[y])
+                                  : static_cast<const void*>(image_->pixels[y]);
+      raw.bytes.append(static_cast<const char*>(row), rowBytes);
+    }
+    return raw;
+  }
+
+  bool Describe(uint32_t type, REALpictureDescription& desc) override {
+    if (type != pictureGDPtr) return false;
+    desc.pictureType = type;
+    desc.pictureData = image_;
+    desc.width = image_->sx;
+    desc.height = image_->sy;
+    desc.depth = gdImageTrueColor(image_) ? 32 : 8;
+    desc.transparent = alpha_ ? 1 : 0;
+    return true;
+  }
+
+ private:
+  bool alpha_;
+  gdImagePtr image_ = nullptr;
+};
+
+const BitmapContext* FindContext(const void* context) noexcept {
+  const std::set<const void*>& live = LiveContexts();
+  return live.find(context) != live.end() ? static_cast<const BitmapContext*>(context) : nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
+                                           size_t padding, bool alpha) {
+  return std::make_unique<BitmapStore>(width, height, alphaInfo, padding, alpha);
+}
+
+std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette, bool alpha) {
+  return std::make_unique<GdStore>(width, height, palette, alpha);
+}
+
+}  // namespace emu
+
+// The bitmap context queries the plug-in looks up in the running process. A pointer that is not
+// a live context of this emulator gets 0.
+#define EMU_EXPORT extern "C" __attribute__((visibility("default")))
+
+EMU_EXPORT void* CGBitmapContextGetData(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->data : nullptr;
+}
+
+EMU_EXPORT size_t CGBitmapContextGetBitsPerPixel(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->bitsPerPixel : 0;
+}
+
+EMU_EXPORT size_t CGBitmapContextGetWidth(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->width : 0;
+}
+
+EMU_EXPORT size_t CGBitmapContextGetHeight(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->height : 0;
+}
+
+EMU_EXPORT size_t CGBitmapContextGetBytesPerRow(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->bytesPerRow : 0;
+}
+
+EMU_EXPORT uint32_t CGBitmapContextGetAlphaInfo(void* context) noexcept {
+  const emu::BitmapContext* c = emu::FindContext(context);
+  return c != nullptr ? c->alphaInfo : 0;
+}

@@ -1,0 +1,225 @@
+// "ReadPicture as boolean": whole images into host pictures and masks in every storage the host
+// uses, SwapRB, damaged data with and without AllowDamaged, and CombinePictureWithMask.
+#include <string.h>
+
+#include "tests/e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+using samples::Bytes;
+
+bool Desktop() {
+  return Profile().app == emu::AppKind::Desktop;
+}
+
+// The pixel formats new pictures of this host come in: the six bitmap-context layouts, with and
+// without row padding, on desktop hosts; gd true colour elsewhere.
+std::vector<std::pair<int, int>> Formats() {
+  if (!Desktop()) return {{8, 0}};
+  std::vector<std::pair<int, int>> formats;
+  for (int alpha = 1; alpha <= 6; ++alpha) {
+    formats.push_back({alpha, 0});
+    formats.push_back({alpha, 12});
+  }
+  return formats;
+}
+
+Bytes Rgba(const emu::Value& picture) {
+  const std::string bytes = Host().PictureRgba(picture);
+  return Bytes(bytes.begin(), bytes.end());
+}
+
+Bytes WithOpaqueAlpha(Bytes rgba) {
+  for (size_t i = 3; i < rgba.size(); i += 4) rgba[i] = 255;
+  return rgba;
+}
+
+// The mask as the decoder must make it: grey 255 − alpha, opaque.
+Bytes MaskOf(const Bytes& rgba) {
+  Bytes mask;
+  for (size_t i = 0; i < rgba.size(); i += 4) {
+    const uint8_t m = 255 - rgba[i + 3];
+    mask.insert(mask.end(), {m, m, m, 255});
+  }
+  return mask;
+}
+
+class ReaderPicture : public PluginTest {
+ protected:
+  void TearDown() override {
+    if (Desktop()) Host().SetPictureFormat(2, 0);
+    PluginTest::TearDown();
+  }
+  void UseFormat(const std::pair<int, int>& format) {
+    if (Desktop()) Host().SetPictureFormat(format.first, format.second);
+  }
+  // Opens and sets up `png`, then ReadPicture.
+  static bool ReadPicture(Reader& reader, const Bytes& png, bool allowDamaged = false) {
+    if (!reader.OpenData(png) || !reader.Ok("ApplyOptions", {-1.0})) return false;
+    Host().SetProperty(reader.object, "AllowDamaged", allowDamaged);
+    return reader.Ok("ReadPicture");
+  }
+  static emu::Value Pict(Reader& reader) { return Host().GetProperty(reader.object, "Pict"); }
+  static emu::Value Mask(Reader& reader) { return Host().GetProperty(reader.object, "Mask"); }
+};
+
+TEST_F(ReaderPicture, EveryFormatPlainAndInterlaced) {
+  for (const auto& format : Formats()) {
+    for (int colorType : {2, 6}) {
+      for (bool interlaced : {false, true}) {
+        SCOPED_TRACE("format " + std::to_string(format.first) + " padding " +
+                     std::to_string(format.second) + " colour type " + std::to_string(colorType) +
+                     (interlaced ? " interlaced" : ""));
+        UseFormat(format);
+        const Bytes png = samples::Encode(samples::Pattern(19, 7, 8, colorType, interlaced));
+        uint32_t w = 0, h = 0;
+        const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+        Reader reader;
+        ASSERT_TRUE(ReadPicture(reader, png));
+        emu::Value pict = Pict(reader);
+        EXPECT_EQ(Host().RawPicture(pict).format, format.first);
+        EXPECT_EQ(Rgba(pict), WithOpaqueAlpha(expected));
+        emu::Value mask = Mask(reader);
+        if (colorType == 2) {
+          EXPECT_TRUE(mask.IsNil());
+        } else {
+          ASSERT_FALSE(mask.IsNil());
+          EXPECT_EQ(Rgba(mask), MaskOf(expected));
+        }
+        EXPECT_GE(Host().PictureStats(pict).clearCaches, 1);
+        EXPECT_TRUE(reader.errors.empty());
+      }
+    }
+  }
+}
+
+TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
+  samples::Image image = samples::Pattern(2, 1, 8, 2, false);
+  image.rows[0] = {255, 0, 0, 0, 0, 255};
+  const Bytes png = samples::Encode(image);
+  for (bool swap : {false, true}) {
+    Reader reader;
+    Host().SetProperty(reader.object, "SwapRB", swap);
+    ASSERT_TRUE(ReadPicture(reader, png));
+    const Bytes red = {255, 0, 0, 255}, blue = {0, 0, 255, 255};
+    Bytes expected = swap ? blue : red;
+    const Bytes second = swap ? red : blue;
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(Rgba(Pict(reader)), expected) << "SwapRB " << swap;
+  }
+  if (!Desktop()) return;
+  // The words stored in format 1, in host byte order.
+  Host().SetPictureFormat(1, 0);
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, png));
+  const std::string raw = Host().RawPicture(Pict(reader)).bytes;
+  uint32_t words[2];
+  memcpy(words, raw.data(), 8);
+  EXPECT_EQ(words[0], 0xFF0000FFu);
+  EXPECT_EQ(words[1], 0xFFFF0000u);
+}
+
+TEST_F(ReaderPicture, MaskIsTheComplementOfAlpha) {
+  samples::Image image = samples::Pattern(3, 1, 8, 6, false);
+  image.rows[0] = {9, 9, 9, 0, 9, 9, 9, 255, 9, 9, 9, 64};
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, samples::Encode(image)));
+  const Bytes mask = Rgba(Mask(reader));
+  EXPECT_EQ((Bytes{mask[0], mask[4], mask[8]}), (Bytes{255, 0, 191}));
+}
+
+TEST_F(ReaderPicture, CombinePictureWithMask) {
+  const Bytes png = samples::Encode(samples::Pattern(11, 5, 8, 6, false));
+  uint32_t w = 0, h = 0;
+  const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, png));
+  emu::Value combined = reader.Call("CombinePictureWithMask");
+  ASSERT_FALSE(combined.IsNil());
+  EXPECT_EQ(Rgba(combined), expected);
+  EXPECT_EQ(Rgba(reader.Call("CombinePictureWithMask")), expected) << "as often as wanted";
+
+  Reader plain;
+  ASSERT_TRUE(ReadPicture(plain, samples::Encode(samples::Pattern(4, 4, 8, 2, false))));
+  EXPECT_EQ(plain.Call("CombinePictureWithMask").Handle(), Pict(plain).Handle())
+      << "without a mask the picture itself comes back";
+  Reader none;
+  EXPECT_TRUE(none.Call("CombinePictureWithMask").IsNil());
+}
+
+TEST_F(ReaderPicture, ImagesBeyondThePictureLimit) {
+  for (bool interlaced : {false, true}) {
+    const Bytes png = samples::Encode(samples::Pattern(32768, 1, 8, 2, interlaced));
+    Reader reader;
+    EXPECT_FALSE(ReadPicture(reader, png));
+    EXPECT_TRUE(Pict(reader).IsNil());
+    // A plain image is left unread.
+    emu::Value row = Host().NewMemoryBlock(32768 * 4);
+    if (!interlaced) {
+      EXPECT_TRUE(reader.Ok("ReadRow", {row}));
+    }
+  }
+  Reader rgba;
+  EXPECT_FALSE(ReadPicture(rgba, samples::Encode(samples::Pattern(1, 32768, 8, 6, true))));
+  EXPECT_TRUE(rgba.errors.empty()) << "the mask writer fails before anything is read";
+}
+
+Bytes CutInImageData(const Bytes& png) {
+  // Signature and IHDR, then half of the rest.
+  return Bytes(png.begin(), png.begin() + 33 + (png.size() - 33) / 2);
+}
+
+TEST_F(ReaderPicture, DamagedPlainImages) {
+  for (int colorType : {2, 6}) {
+    SCOPED_TRACE("colour type " + std::to_string(colorType));
+    const Bytes png = samples::Encode(samples::Pattern(64, 64, 8, colorType, false));
+    uint32_t w = 0, h = 0;
+    const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+    Reader strict;
+    EXPECT_FALSE(ReadPicture(strict, CutInImageData(png), false));
+    EXPECT_TRUE(Pict(strict).IsNil());
+    EXPECT_EQ(strict.errors.size(), 1u);
+
+    Reader lenient;
+    ASSERT_TRUE(ReadPicture(lenient, CutInImageData(png), true));
+    const Bytes got = Rgba(Pict(lenient));
+    ASSERT_EQ(got.size(), expected.size());
+    // The first rows were decoded before the cut.
+    const size_t decoded = 8 * 64 * 4;
+    EXPECT_EQ(Bytes(got.begin(), got.begin() + decoded),
+              WithOpaqueAlpha(Bytes(expected.begin(), expected.begin() + decoded)));
+    EXPECT_NE(got, WithOpaqueAlpha(expected));
+    EXPECT_EQ(Mask(lenient).IsNil(), colorType == 2);
+  }
+}
+
+TEST_F(ReaderPicture, DamagedInterlacedImagesGiveNoPicture) {
+  for (int colorType : {2, 6}) {
+    const Bytes png = samples::Encode(samples::Pattern(64, 64, 8, colorType, true));
+    Reader reader;
+    EXPECT_FALSE(ReadPicture(reader, CutInImageData(png), true));
+    EXPECT_TRUE(Pict(reader).IsNil());
+    // The mask writer was set up before the read; it comes back undecoded.
+    EXPECT_EQ(Mask(reader).IsNil(), colorType == 2);
+  }
+}
+
+TEST_F(ReaderPicture, NothingToDecode) {
+  Reader fresh;
+  EXPECT_FALSE(fresh.Ok("ReadPicture")) << "no stream opened";
+  Reader unset;
+  ASSERT_TRUE(unset.OpenData(samples::Encode(samples::Pattern(4, 4, 8, 2, false))));
+  EXPECT_FALSE(unset.Ok("ReadPicture")) << "not set up";
+  EXPECT_TRUE(unset.errors.empty());
+  // A second decode finds no rows left: the Error event, and the pictures of the first stay.
+  Reader twice;
+  ASSERT_TRUE(ReadPicture(twice, samples::Encode(samples::Pattern(4, 4, 8, 6, false))));
+  const void* first = Pict(twice).Handle();
+  EXPECT_TRUE(twice.Ok("ReadPicture"));
+  EXPECT_EQ(twice.errors.size(), 1u);
+  EXPECT_EQ(Pict(twice).Handle(), first);
+}
+
+}  // namespace
+}  // namespace e2e
