@@ -6,7 +6,6 @@
 #include <memory>
 #include <utility>
 
-#include "host/Exceptions.h"
 #include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "writer/PNGWriter.h"
@@ -116,12 +115,6 @@ void SortByAlpha(PNGWriter& w) {
   }
 }
 
-bool NilArray(REALarray array, const char* message) {
-  if (array) return false;
-  RaiseException("NilObjectException", message, kREALTextEncodingUTF8, 0);
-  return true;
-}
-
 }  // namespace
 
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression) {
@@ -160,13 +153,13 @@ bool SetGamma(PNGWriter& w, double gamma) {
 }
 
 bool SetPaletteData(PNGWriter& w, REALarray colors) {
-  if (NilArray(colors, "Colors array is nil")) return false;
+  if (RaiseIfNil(colors, "Colors array is nil")) return false;
   StoreColors(w, colors);
   return true;
 }
 
 bool SetAlphaData(PNGWriter& w, REALarray alphas, REALarray colors) {
-  if (NilArray(colors, "Colors array is nil") || NilArray(alphas, "Alphas array is nil")) {
+  if (RaiseIfNil(colors, "Colors array is nil") || RaiseIfNil(alphas, "Alphas array is nil")) {
     return false;
   }
   StoreColors(w, colors);

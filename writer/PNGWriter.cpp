@@ -68,6 +68,12 @@ void ReleaseDestination(PNGWriter& w) {
 
 }  // namespace
 
+bool RaiseIfNil(const void* object, const char* message) {
+  if (object) return false;
+  RaiseException("NilObjectException", message, kREALTextEncodingUTF8, 0);
+  return true;
+}
+
 bool Init(PNGWriter& w, REALobject owner, StringEventProc errorEvent,
           StringEventProc warningEvent) {
   memset(&w, 0, sizeof w);

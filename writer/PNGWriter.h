@@ -49,6 +49,9 @@ inline bool HasHandles(const PNGWriter& w) {
   return w.pngPtr && w.infoPtr && w.jumpBuffer;
 }
 
+// True, after raising NilObjectException with `message`, when `object` is nil.
+bool RaiseIfNil(const void* object, const char* message);
+
 // The record's life and destinations.
 bool Init(PNGWriter& w, REALobject owner, StringEventProc errorEvent, StringEventProc warningEvent);
 void Close(PNGWriter& w);

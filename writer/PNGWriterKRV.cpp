@@ -1,6 +1,5 @@
 // The class handlers of PNGWriterKRV: each finds the instance's record and calls the core
 // operation.
-#include "host/Exceptions.h"
 #include "plugin/Tables.h"
 #include "writer/PNGWriter.h"
 
@@ -47,11 +46,7 @@ RBBoolean rbWriteRows(REALobject instance) {
 
 void rbWriteRow(REALobject instance, REALmemoryBlock row) {
   PNGWriter* w = Data(instance);
-  if (w == nullptr) return;
-  if (row == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 0);
-    return;
-  }
+  if (w == nullptr || RaiseIfNil(row, "memoryblock is nil")) return;
   WriteRow(*w, REALMemoryBlockGetPtr(row), REALMemoryBlockGetSize(row));
 }
 

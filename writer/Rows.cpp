@@ -61,12 +61,6 @@ uint8_t PaletteIndex(const PNGWriter& w, const RGB& c) {
   return found == end ? 0 : static_cast<uint8_t>(found - w.palette);
 }
 
-bool NilObject(const void* object, const char* message) {
-  if (object) return false;
-  RaiseException("NilObjectException", message, kREALTextEncodingUTF8, 0);
-  return true;
-}
-
 // Opens reading editors on the picture and, when given, its mask. The mask is read at the
 // picture's coordinates, so a smaller one is refused rather than read past its rows.
 bool OpenEditors(REALpicture pict, REALpicture mask, PictureReader& picture,
@@ -182,7 +176,7 @@ void ReleaseRows(PNGWriter& w) {
 }
 
 bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask) {
-  if (NilObject(pict, "Picture is nil")) return false;
+  if (RaiseIfNil(pict, "Picture is nil")) return false;
   ReleaseRows(w);
   PictureReader picture;
   PictureReader maskReader;
@@ -212,7 +206,7 @@ bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mas
 }
 
 bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask) {
-  if (NilObject(pict, "Picture is nil")) return false;
+  if (RaiseIfNil(pict, "Picture is nil")) return false;
   ReleaseRows(w);
   PictureReader picture;
   PictureReader maskReader;
@@ -236,7 +230,7 @@ bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture ma
 }
 
 bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict) {
-  if (NilObject(pict, "Picture is nil")) return false;
+  if (RaiseIfNil(pict, "Picture is nil")) return false;
   ReleaseRows(w);
   PictureReader picture;
   if (!picture.GetPictureEditor(pict, true, false)) return false;
@@ -250,7 +244,7 @@ bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict) {
 }
 
 bool LoadRows(PNGWriter& w, REALarray rows) {
-  if (NilObject(rows, "Rows are nil")) return false;
+  if (RaiseIfNil(rows, "Rows are nil")) return false;
   ReleaseRows(w);
   const int64_t count = int64_t{REALGetArrayUBound(rows)} + 1;
   if (count <= 0 || count * static_cast<int64_t>(sizeof(png_bytep)) > kMaxAllocation) return false;

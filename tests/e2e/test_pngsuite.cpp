@@ -106,6 +106,25 @@ TEST_F(PngSuite, DecodesThroughTheTool) {
   }
 }
 
+// Decoding into a picture and mask gives the same RGBA as the rows, in every picture storage.
+TEST_F(PngSuite, ToolDecodeMatchesRows) {
+  const std::string profile = Profile().name;
+  if (profile != "desktop-2019.1" && profile != "console-2019.1" && profile != "web-2019.1") {
+    GTEST_SKIP() << "one profile of each application kind";
+  }
+  const TempFile rows(Bytes{});
+  const TempFile decoded(Bytes{});
+  for (const std::string& name : files) {
+    if (Corrupt(name)) continue;
+    SCOPED_TRACE(name);
+    const std::string input = " --gamma -1 " + PathOf(name) + " ";
+    ASSERT_EQ(RunTool("--host " + profile + " rows" + input + rows.path).status, 0);
+    const ToolRun run = RunTool("--host " + profile + " decode" + input + decoded.path);
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(samples::ReadFile(decoded.path), samples::ReadFile(rows.path));
+  }
+}
+
 TEST_F(PngSuite, ToolInfoAndUsage) {
   if (Profile().name != "desktop-2019.1") GTEST_SKIP() << "one profile is enough";
   const ToolRun info = RunTool("info " + PathOf("basi3p02.png"));

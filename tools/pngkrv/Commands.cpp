@@ -8,6 +8,7 @@
 namespace cli {
 
 int Encode(Session& session, const Options& options);  // Encode.cpp
+int Decode(Session& session, const Options& options);  // Decode.cpp
 
 namespace {
 
@@ -116,6 +117,7 @@ const std::vector<Command>& Commands() {
       {"info", 1, {}, Info},
       {"rows", 2, {"--gamma", "--screen-gamma"}, Rows},
       {"demo", 0, {"--examples", "--out"}, Demo},
+      {"decode", 2, {"--gamma", "--allow-damaged"}, Decode, {{"--allow-damaged", 0}}},
       {"encode",
        2,
        {"--type", "--alphas", "--interlace", "--filter", "--level", "--gamma", "--srgb", "--icc",

@@ -15,6 +15,7 @@ struct Options {
   std::map<std::string, std::string> values;  // "--name" → value
   std::vector<std::string> positional;
 
+  bool Has(const std::string& name) const { return values.count(name) != 0; }
   double Number(const std::string& name, double fallback) const;
   std::string Text(const std::string& name, const std::string& fallback) const;
 };

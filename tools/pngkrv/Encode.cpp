@@ -149,10 +149,6 @@ RBInteger IntegerOption(const Options& options, const std::string& name, RBInteg
   throw Failure{name + " needs an integer"};
 }
 
-bool Flag(const Options& options, const std::string& name) {
-  return options.values.count(name) != 0;
-}
-
 void Require(Session& session, const emu::Value& writer, const char* declaration,
              std::vector<emu::Arg> args) {
   if (!session.CallBool(writer, declaration, std::move(args))) {
@@ -207,23 +203,23 @@ std::pair<std::string, std::string> IccOption(const Options& options) {
 
 void SetChunks(Session& session, const emu::Value& writer, const Options& options, bool palette) {
   Require(session, writer, kSetHeader,
-          {Flag(options, "--interlace"), IntegerOption(options, "--filter", -1),
+          {options.Has("--interlace"), IntegerOption(options, "--filter", -1),
            IntegerOption(options, "--level", -1)});
   if (palette) {
     Require(session, writer, kSetPalette, {});
-    if (Flag(options, "--alphas")) Require(session, writer, kSetAlphas, {});
+    if (options.Has("--alphas")) Require(session, writer, kSetAlphas, {});
   }
-  if (Flag(options, "--gamma")) Require(session, writer, kSetGamma, {options.Number("--gamma", 0)});
-  if (Flag(options, "--srgb")) {
+  if (options.Has("--gamma")) Require(session, writer, kSetGamma, {options.Number("--gamma", 0)});
+  if (options.Has("--srgb")) {
     Require(session, writer, kSetsRGB, {IntegerOption(options, "--srgb", 0)});
   }
-  if (Flag(options, "--icc")) {
+  if (options.Has("--icc")) {
     const auto [name, file] = IccOption(options);
     const emu::Value profile =
         session.host().MakeString(Text(ReadInputFile(file)), kREALTextEncodingUnknown);
     Require(session, writer, kSetICCProfile, {session.host().MakeString(name), 0, profile});
   }
-  if (Flag(options, "--dpi")) {
+  if (options.Has("--dpi")) {
     const RBInteger dpi = IntegerOption(options, "--dpi", 0);
     Require(session, writer, kSetResolution, {dpi, dpi, kResolutionDPI});
   }
@@ -268,11 +264,10 @@ int Encode(Session& session, const Options& options) {
       MakePictures(session, pixels, alpha || type == "rgba" || type == "graya");
   WriterMessages messages;
   const emu::Value writer = NewWriter(session, messages);
-  const bool withAlphas = Flag(options, "--alphas");
+  const bool withAlphas = options.Has("--alphas");
   LoadRows(session, writer, type, pixels, pictures, withAlphas);
   SetChunks(session, writer, options, type == "palette");
-  const size_t size =
-      WriteOut(session, writer, options.positional[1], Flag(options, "--to-string"));
+  const size_t size = WriteOut(session, writer, options.positional[1], options.Has("--to-string"));
   std::cout << options.positional[1] << ": " << pixels.width << "x" << pixels.height << ", " << type
             << ", " << size << " bytes\n";
   return 0;

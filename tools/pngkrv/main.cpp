@@ -13,6 +13,7 @@ constexpr char kUsage[] =
     "  info FILE.png                                    header, sRGB intent and ICC profile\n"
     "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam   decode row by row to PAM\n"
     "  demo [--examples DIR] [--out DIR]                make examples and decode them\n"
+    "  decode [--gamma G] [--allow-damaged] FILE.png OUT.pam   decode into a picture, to PAM\n"
     "  encode [--type rgb|rgba|gray|graya|palette] [--alphas] [--interlace] [--filter F]\n"
     "         [--level L] [--gamma G] [--srgb INTENT] [--icc NAME FILE] [--dpi N]\n"
     "         [--to-string] IN OUT.png                 a PAM or PNG file written as PNG\n";

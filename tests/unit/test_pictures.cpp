@@ -1,0 +1,186 @@
+// Picture editors, drawing, masks and colour arrays against the emulator's pictures, on desktop
+// and console hosts of several versions.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "emulator/Emulator.h"
+#include "host/HostRuntime.h"
+#include "picture/PictureEditor.h"
+
+namespace {
+
+class Pictures : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    picture = emu::Value();
+    const emu::AuditReport report = host().Audit();
+    EXPECT_TRUE(report.Clean()) << report.Format();
+    host().Shutdown();
+    gResolver = nullptr;
+    rbversion = 0.0;
+  }
+  void Use(double version, emu::AppKind app) {
+    emu::Profile profile;
+    profile.name = "pictures";
+    profile.version = version;
+    profile.app = app;
+    if (host().Started()) host().Shutdown();
+    host().Start(profile);
+    gResolver = emu::Host::Resolver();
+    rbversion = version;
+    IsDesktop = false;
+    IsConsole = false;
+  }
+  static emu::Host& host() { return emu::Host::Instance(); }
+
+  // A width × height picture of one colour.
+  static emu::Value Plain(RBInteger w, RBInteger h, uint8_t r, const emu::PictureOptions& o = {}) {
+    std::string rgba;
+    for (RBInteger i = 0; i < w * h; ++i) rgba += std::string{char(r), 20, 30, char(255)};
+    return host().MakePicture(w, h, rgba, o);
+  }
+  static REALpicture P(const emu::Value& v) { return v.As<REALpicture>(); }
+  static RBInteger Resolution(const emu::Value& v, const char* name) {
+    return host().GetProperty(v, name).AsInteger();
+  }
+
+  emu::Value picture;
+};
+
+TEST_F(Pictures, WriterSizesAndRendering) {
+  Use(2019.1, emu::AppKind::Desktop);
+  for (auto [w, h] : {std::pair{0, 10}, {32768, 1}, {-1, 5}, {5, 0}}) {
+    PictureWriter writer;
+    EXPECT_FALSE(writer.NewPictureWriter(w, h)) << w << " x " << h;
+  }
+  PictureWriter idle;
+  EXPECT_EQ(idle.RenderPictureWriter(), nullptr);
+
+  PictureWriter writer;
+  ASSERT_TRUE(writer.NewPictureWriter(32767, 1));
+  writer.horizontalResolution = 72;
+  writer.verticalResolution = 0;
+  picture = emu::Value::AdoptObject(writer.RenderPictureWriter());
+  ASSERT_FALSE(picture.IsNil());
+  EXPECT_EQ(host().PictureStats(picture).openLocks, 0);
+
+  // Resolutions go onto the rendered picture only when both are at least 1.
+  emu::PictureOptions fine;
+  fine.horizontalResolution = fine.verticalResolution = 300;
+  emu::Value source = Plain(2, 2, 1, fine);
+  PictureWriter editor;
+  ASSERT_TRUE(editor.GetPictureEditor(P(source), false, true));
+  editor.verticalResolution = 0;
+  emu::Value same = emu::Value::AdoptObject(editor.RenderPictureWriter());
+  EXPECT_EQ(Resolution(same, "HorizontalResolution"), 300);
+  ASSERT_TRUE(editor.GetPictureEditor(P(source), false, true));
+  editor.verticalResolution = editor.horizontalResolution = 150;
+  emu::Value changed = emu::Value::AdoptObject(editor.RenderPictureWriter());
+  EXPECT_EQ(Resolution(changed, "VerticalResolution"), 150);
+  EXPECT_GE(host().PictureStats(source).clearCaches, 2);
+}
+
+TEST_F(Pictures, StoragesTheEditorRefuses) {
+  Use(2019.1, emu::AppKind::Console);
+  emu::PictureOptions palette;
+  palette.storage = emu::PictureStorage::GdPalette;
+  emu::Value gdPalette = Plain(3, 3, 9, palette);
+  PictureEditor editor;
+  EXPECT_FALSE(editor.GetPictureEditor(P(gdPalette), false, true));
+  EXPECT_FALSE(editor.GetPictureEditor(P(gdPalette), true, false)) << "no drawn copy on console";
+  EXPECT_FALSE(editor.GetPictureEditor(nullptr, true, false));
+
+  Use(2019.1, emu::AppKind::Desktop);
+  for (int32_t type : {0, 1, 3}) {
+    emu::PictureOptions options;
+    options.type = type;
+    emu::Value special = Plain(4, 4, 9, options);
+    EXPECT_FALSE(editor.GetPictureEditor(P(special), false, true)) << "type " << type;
+    ASSERT_TRUE(editor.GetPictureEditor(P(special), true, false)) << "type " << type;
+    // Multi-representation pictures are read at their scale-4 representation.
+    EXPECT_EQ(editor.width, type == 1 ? 4 : 16) << "type " << type;
+    EXPECT_EQ(editor.RowAddress(0)[editor.pixelFormat % 2 ? 0 : 1], 9);
+  }
+}
+
+TEST_F(Pictures, ReadingThroughADrawnCopyKeepsTheMask) {
+  Use(2010.0, emu::AppKind::Desktop);
+  emu::PictureOptions masked;
+  masked.type = 1;  // immutable: no route locks it, so it is read through a copy
+  masked.mask = emu::MaskSource::Grey;
+  masked.maskGrey = std::string(4, char(255));
+  emu::Value source = Plain(2, 2, 77, masked);
+  const void* mask = host().PictureMask(source).Handle();
+  {
+    PictureReader reader;
+    ASSERT_TRUE(reader.GetPictureEditor(P(source), true, false));
+    // The copy holds the picture's own colours, not the transparent look its mask gives.
+    const unsigned char* pixel = reader.RowAddress(1);
+    EXPECT_EQ(pixel[reader.pixelFormat % 2 ? 0 : 1], 77);
+    EXPECT_NE(reader.picture, P(source));
+  }
+  EXPECT_EQ(host().PictureMask(source).Handle(), mask);
+  EXPECT_EQ(host().PictureStats(source).openLocks, 0) << "a failed lock on an old host is undone";
+}
+
+TEST_F(Pictures, CreatePictureWithMask) {
+  Use(2019.1, emu::AppKind::Desktop);
+  emu::PictureOptions odd;
+  odd.horizontalResolution = 150;
+  odd.verticalResolution = 0;
+  picture = Plain(3, 2, 200, odd);
+  EXPECT_EQ(CreatePictureWithMask(nullptr, P(picture), false, 3, 2), nullptr);
+  const long references = host().References(picture.Handle());
+  emu::Value same =
+      emu::Value::AdoptObject(CreatePictureWithMask(P(picture), nullptr, false, 3, 2));
+  EXPECT_EQ(same.Handle(), picture.Handle());
+  EXPECT_EQ(host().References(picture.Handle()), references + 1);
+
+  emu::Value mask = Plain(3, 2, 255);
+  emu::Value combined =
+      emu::Value::AdoptObject(CreatePictureWithMask(P(picture), P(mask), false, 3, 2));
+  ASSERT_FALSE(combined.IsNil());
+  EXPECT_EQ(Resolution(combined, "HorizontalResolution"), 72) << "72 × 0 is not copied";
+  const std::string rgba = host().PictureRgba(combined);
+  EXPECT_EQ(static_cast<uint8_t>(rgba[0]), 200);
+  EXPECT_EQ(static_cast<uint8_t>(rgba[3]), 0) << "a white mask hides the pixel";
+}
+
+TEST_F(Pictures, ConsoleDrawingCopiesOnlyEqualSizes) {
+  Use(2019.1, emu::AppKind::Console);
+  emu::Value source = Plain(3, 3, 40);
+  emu::Value target = Plain(3, 3, 0);
+  emu::Value other = Plain(4, 3, 0);
+  const std::string before = host().PictureRgba(target);
+  GraphicsDrawPicture(P(target), P(source), 3, 3, 2, 2);
+  EXPECT_EQ(host().PictureRgba(target), before) << "scaling is not possible";
+  GraphicsDrawPicture(P(other), P(source), 3, 3, 3, 3);
+  EXPECT_EQ(host().PictureRgba(other)[0], 0) << "sizes differ";
+  GraphicsDrawPicture(P(target), P(source), 3, 3, 3, 3);
+  EXPECT_EQ(host().PictureRgba(target), host().PictureRgba(source));
+  EXPECT_GE(host().PictureStats(target).clearCaches, 1);
+}
+
+TEST_F(Pictures, ColourArrays) {
+  for (double version : {2019.1, 2016.0}) {
+    Use(version, emu::AppKind::Desktop);
+    for (emu::Storage storage : {emu::Storage::Direct, emu::Storage::GetterOnly}) {
+      emu::Value colors = host().MakeColorArray({0x112233, 0x445566}, storage);
+      RBColor out = 7;
+      REALGetArrayValue(colors.As<REALarray>(), 1, &out);
+      EXPECT_EQ(out, 0x445566u);
+      for (RBInteger bad : {RBInteger{-1}, RBInteger{2}}) {
+        REALGetArrayValue(colors.As<REALarray>(), bad, &out);
+        ASSERT_TRUE(host().LastException());
+        EXPECT_EQ(host().LastException()->className, "OutOfBoundsException");
+        EXPECT_EQ(out, 0x445566u);
+      }
+      EXPECT_EQ(host().LastException()->message,
+                "Parameter index  is too big. Range is 0 to 1, but value is 2.");
+      host().ClearLastException();
+    }
+  }
+}
+
+}  // namespace
