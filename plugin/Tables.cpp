@@ -7,6 +7,7 @@
 
 #include <iterator>
 
+#include "convert/PNGPicture.h"
 #include "plugin/Registration.h"
 #include "reader/PNGReader.h"
 
@@ -153,6 +154,127 @@ REALclassDefinition PNGReaderKRVClass = {
 };
 
 // ---------------------------------------------------------------------------------------------
+// PNGPictureKRV
+// ---------------------------------------------------------------------------------------------
+
+namespace {
+
+REALproperty pictureProperties[] = {
+    FieldProperty("Width", "Integer", kRuntimeOnly | kConsole, offsetof(PNGPictureData, width)),
+    FieldProperty("Height", "Integer", kRuntimeOnly | kConsole, offsetof(PNGPictureData, height)),
+    FieldProperty("Mask", "Picture", kRuntimeOnly | kConsoleSafeMark,
+                  offsetof(PNGPictureData, mask)),
+    FieldProperty("Pict", "Picture", kRuntimeOnly | kConsoleSafeMark,
+                  offsetof(PNGPictureData, pict)),
+};
+
+REALmethodDefinition pictureMethods[] = {
+    Method(Proc(CombinePictureWithMask), "CombinePictureWithMask as picture", kConsoleSafeMark),
+};
+
+REALconstant pictureConstants[] = {
+    {"kDefaultGamma = 0", nullptr, 0, 0, nullptr},
+};
+
+REALmethodDefinition pictureSharedMethods[] = {
+    Method(Proc(GetPNGVersion), "PNGLibVersion as string", kConsole),
+};
+
+REALmethodDefinition extensionMethods[] = {
+    Method(Proc(OpenAsPNGKRV),
+           "OpenAsPNGKRV(gamma as single = 0.0, AllowDamaged as Boolean = false) as PNGPictureKRV",
+           kConsole),
+    Method(Proc(SaveAsPNGKRV3), "SaveAsPNGKRV(pic as picture, gamma as single = 0.0) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAsPNGKRV4),
+           "SaveAsPNGKRV(pic as picture, mask as picture, gamma as single = 0.0) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAsPNGKRV5),
+           "SaveAsPNGKRV(pic as picture, gamma as single, Interlace as Boolean, FilterType as "
+           "integer) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAsPNGKRV6),
+           "SaveAsPNGKRV(pic as picture, mask as picture, gamma as single, Interlace as Boolean, "
+           "FilterType as integer) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAs8BitPNGKRV4),
+           "SaveAs8BitPNGKRV(pic as picture, colors() as color, gamma as single = 0.0) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAs8BitPNGwithAlphaKRV5),
+           "SaveAs8BitAlphaPNGKRV(pic as picture, colors() as color, alphas() as integer, gamma "
+           "as single = 0.0) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAs8BitPNGKRV6),
+           "SaveAs8BitPNGKRV(pic as picture, colors() as color, gamma as single, Interlace as "
+           "Boolean, FilterType as integer) as boolean",
+           kConsoleSafeMark),
+    Method(Proc(SaveAs8BitPNGwithAlphaKRV7),
+           "SaveAs8BitAlphaPNGKRV(pic as picture, colors() as color, alphas() as integer, gamma "
+           "as single, Interlace as Boolean, FilterType as integer) as boolean",
+           kConsoleSafeMark),
+};
+
+REALmethodDefinition globalMethods[] = {
+    Method(Proc(PNGStringToPNGPictureKRV),
+           "PNGStringToPNGPictureKRV(data as string, gamma as single = 0.0, AllowDamaged as "
+           "boolean = false) as PNGPictureKRV",
+           kConsole),
+    Method(Proc(PNGStringToPictureKRV),
+           "PNGStringToPictureKRV(data as string, gamma as single = 0.0, AllowDamaged as boolean "
+           "= false) as picture",
+           kConsoleSafeMark),
+    Method(Proc(PictureToPNGStringKRV2),
+           "PictureToPNGStringKRV(pic as picture, gamma as single = 0.0) as string",
+           kConsoleSafeMark),
+    Method(Proc(PictureToPNGStringKRV3),
+           "PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single = 0.0) as "
+           "string",
+           kConsoleSafeMark),
+    Method(Proc(PictureToPNGStringKRV4),
+           "PictureToPNGStringKRV(pic as picture, gamma as single, Interlace as Boolean, "
+           "FilterType as integer) as string",
+           kConsoleSafeMark),
+    Method(Proc(PictureToPNGStringKRV5),
+           "PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single, Interlace as "
+           "Boolean, FilterType as integer) as string",
+           kConsoleSafeMark),
+};
+
+}  // namespace
+
+REALclassDefinition PNGPictureKRVClass = {
+    kTableVersion,
+    "PNGPictureKRV",
+    nullptr,  // no superclass
+    sizeof(PNGPictureData),
+    0,
+    nullptr,  // no constructor: instances come only from the one-call openers
+    Proc(PNGPictureDestructor),
+    pictureProperties,
+    std::size(pictureProperties),
+    pictureMethods,
+    std::size(pictureMethods),
+    nullptr,  // events
+    0,
+    nullptr,  // event instances
+    0,
+    nullptr,  // interfaces
+    nullptr,  // attributes
+    0,
+    pictureConstants,
+    std::size(pictureConstants),
+    kConsole,
+    nullptr,  // shared properties
+    0,
+    pictureSharedMethods,
+    std::size(pictureSharedMethods),
+    nullptr,  // delegates
+    0,
+    nullptr,  // enums
+    0,
+};
+
+// ---------------------------------------------------------------------------------------------
 // The folder item extension and the global methods
 // ---------------------------------------------------------------------------------------------
 
@@ -166,8 +288,8 @@ REALclassDefinition FolderitemExtension = {
     nullptr,
     nullptr,  // properties
     0,
-    nullptr,  // methods
-    0,
+    extensionMethods,
+    std::size(extensionMethods),
     nullptr,  // events
     0,
     nullptr,  // event instances
@@ -188,8 +310,9 @@ REALclassDefinition FolderitemExtension = {
     0,
 };
 
-REALmethodDefinition* const GlobalMethods = nullptr;
-const size_t GlobalMethodCount = 0;
+REALmethodDefinition* const GlobalMethods = globalMethods;
+const size_t GlobalMethodCount = std::size(globalMethods);
 
-REALclassDefinition* const PluginClasses[] = {&PNGReaderKRVClass, &PNGWriterKRVClass};
+REALclassDefinition* const PluginClasses[] = {&PNGReaderKRVClass, &PNGWriterKRVClass,
+                                              &PNGPictureKRVClass};
 const size_t PluginClassCount = std::size(PluginClasses);

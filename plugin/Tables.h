@@ -6,6 +6,7 @@
 
 extern REALclassDefinition PNGReaderKRVClass;
 extern REALevent PNGReaderKRVEvents[2];  // Error, Warning
+extern REALclassDefinition PNGPictureKRVClass;
 extern REALclassDefinition PNGWriterKRVClass;
 extern REALevent PNGWriterKRVEvents[2];  // Error, Warning
 

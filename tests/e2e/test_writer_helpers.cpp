@@ -48,7 +48,7 @@ void CollectChunks(png_structp png, png_infop info, ReadBack& out) {
     out.iccName = name;
     out.icc.assign(profile, profile + length);
   }
-  out.hasPhys = png_get_pHYs(png, info, &out.physX, &out.physY, &out.physUnit) != 0;
+  png_get_pHYs(png, info, &out.physX, &out.physY, &out.physUnit);
   const size_t rowBytes = png_get_rowbytes(png, info);
   png_bytepp rows = png_get_rows(png, info);
   for (png_uint_32 y = 0; y < out.height; ++y) out.rows.emplace_back(rows[y], rows[y] + rowBytes);

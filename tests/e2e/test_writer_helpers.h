@@ -43,7 +43,6 @@ struct ReadBack {
   int srgbIntent = -1;     // -1: no sRGB
   std::string iccName;
   samples::Bytes icc;
-  bool hasPhys = false;
   png_uint_32 physX = 0;
   png_uint_32 physY = 0;
   int physUnit = -1;

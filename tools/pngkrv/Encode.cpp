@@ -49,8 +49,9 @@ struct Pictures {
   emu::Value mask;  // nil when the input is opaque and the type needs none
 };
 
-// The palette of an image: its distinct colours in order of appearance, with their alphas,
-// filled up to 256 slots with opaque black so that the writer's sort over every slot keeps them.
+// The palette of an image: its distinct colours in order of appearance, with their alphas. With
+// alphas it fills all 256 slots (opaque black) so that the writer's sort over every slot keeps
+// the image's colours in the table.
 struct Palette {
   std::vector<RBColor> colors;
   std::vector<RBInteger> alphas;
@@ -132,8 +133,10 @@ Palette PaletteOf(const Pixels& pixels, bool withAlphas) {
       throw Failure{"a colour of the image comes with two alphas: no palette holds it"};
     }
   }
-  palette.colors.resize(kPaletteSlots, 0);
-  palette.alphas.resize(kPaletteSlots, 255);
+  if (withAlphas) {
+    palette.colors.resize(kPaletteSlots, 0);
+    palette.alphas.resize(kPaletteSlots, 255);
+  }
   return palette;
 }
 

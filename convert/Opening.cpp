@@ -1,0 +1,87 @@
+// PNGPictureKRV and the one-call openers.
+#include "convert/PNGPicture.h"
+#include "picture/PictureEditor.h"
+#include "plugin/Tables.h"
+#include "reader/PNGReader.h"
+
+namespace {
+
+void Drop(REALpicture& picture) {
+  if (picture) UnlockHandle(picture);
+  picture = nullptr;
+}
+
+bool OpenSource(PNGReader& reader, REALfolderItem file, REALstring data) {
+  if (data && OpenReadString(reader, data)) return true;
+  return file && OpenReadFile(reader, file);
+}
+
+// The decoded pictures pass from the reader to the record, with their references.
+void TakePictures(PNGReader& reader, PNGPictureData& record) {
+  Drop(record.mask);
+  Drop(record.pict);
+  record.mask = reader.mask;
+  record.pict = reader.pict;
+  reader.mask = nullptr;
+  reader.pict = nullptr;
+  record.width = reader.width;
+  record.height = reader.height;
+}
+
+// A new PNGPictureKRV holding the decode of the file or string, or nil.
+REALobject NewPNGPicture(REALfolderItem file, REALstring data, float gamma) {
+  REALobject object = REALnewInstance("PNGPictureKRV");
+  PNGPictureData* record = InstanceData<PNGPictureData>(object, PNGPictureKRVClass);
+  if (record && OpenPNG(*record, file, data, gamma, true)) return object;
+  if (object) REALUnlockObject(object);
+  return nullptr;
+}
+
+}  // namespace
+
+bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float gamma,
+             signed char) {
+  PNGReader reader;
+  if (!Init(reader, nullptr, nullptr, nullptr)) {
+    Finish(reader);
+    return false;
+  }
+  reader.allowDamaged = true;
+  if (OpenSource(reader, file, data) && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
+    TakePictures(reader, record);
+  }
+  Finish(reader);
+  return record.pict != nullptr;
+}
+
+void PNGPictureDestructor(REALobject instance) {
+  PNGPictureData* record = InstanceData<PNGPictureData>(instance, PNGPictureKRVClass);
+  if (record == nullptr) return;
+  Drop(record->mask);
+  Drop(record->pict);
+}
+
+REALpicture CombinePictureWithMask(REALobject instance) {
+  PNGPictureData* record = InstanceData<PNGPictureData>(instance, PNGPictureKRVClass);
+  if (record == nullptr) return nullptr;
+  return CreatePictureWithMask(record->pict, record->mask, false, record->width, record->height);
+}
+
+REALobject PNGStringToPNGPictureKRV(REALstring data, float gamma, RBBoolean) {
+  return NewPNGPicture(nullptr, data, gamma);
+}
+
+REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean) {
+  return NewPNGPicture(file, nullptr, gamma);
+}
+
+REALpicture PNGStringToPictureKRV(REALstring data, float gamma, RBBoolean) {
+  PNGPictureData record = {};
+  REALpicture result = nullptr;
+  if (OpenPNG(record, nullptr, data, gamma, true)) {
+    result = CreatePictureWithMask(record.pict, record.mask, false, record.width, record.height);
+  }
+  Drop(record.mask);
+  Drop(record.pict);
+  return result;
+}

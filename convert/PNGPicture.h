@@ -1,0 +1,62 @@
+// The one-call conversions: a whole PNG into a picture and mask (PNGPictureKRV) or one combined
+// picture, and a picture into PNG data or a file, each through a private reader or writer record
+// built and torn down within the call.
+#pragma once
+
+#include "host/HostRuntime.h"
+
+// Instance data of PNGPictureKRV: the decoded picture and mask, held apart.
+struct PNGPictureData {
+  REALpicture mask;  // one reference held
+  REALpicture pict;  // one reference held
+  RBInteger width;
+  RBInteger height;
+};
+
+// Decodes a string (or, failing that, a file) into the record's picture and mask. Damaged data
+// always gives the picture as far as it was decoded; `allowDamaged` is accepted and not used.
+bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float gamma,
+             signed char allowDamaged);
+
+// Encodes `picture` (with `mask` as alpha when given) as 8-bit RGB or RGBA: into `out` when it
+// is given, else into `file`.
+bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolderItem file,
+              float gamma, signed char interlace, RBInteger filter);
+// Encodes `picture` as 8-bit palette indices into the colours of `colors`, into `file`.
+bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring* out, REALfolderItem file,
+                  float gamma, signed char interlace, RBInteger filter);
+// As Save8BitPNG7, with a transparency table from `alphas`.
+bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alphas, REALstring* out,
+                           REALfolderItem file, float gamma, signed char interlace,
+                           RBInteger filter);
+
+// PNGPictureKRV.
+void PNGPictureDestructor(REALobject instance);
+REALpicture CombinePictureWithMask(REALobject instance);
+
+// Global methods.
+REALobject PNGStringToPNGPictureKRV(REALstring data, float gamma, RBBoolean allowDamaged);
+REALpicture PNGStringToPictureKRV(REALstring data, float gamma, RBBoolean allowDamaged);
+REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma);
+REALstring PictureToPNGStringKRV3(REALpicture pic, REALpicture mask, float gamma);
+REALstring PictureToPNGStringKRV4(REALpicture pic, float gamma, RBBoolean interlace,
+                                  RBInteger filter);
+REALstring PictureToPNGStringKRV5(REALpicture pic, REALpicture mask, float gamma,
+                                  RBBoolean interlace, RBInteger filter);
+
+// Folder item extension methods; the folder item comes first.
+REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean allowDamaged);
+RBBoolean SaveAsPNGKRV3(REALfolderItem file, REALpicture pic, float gamma);
+RBBoolean SaveAsPNGKRV4(REALfolderItem file, REALpicture pic, REALpicture mask, float gamma);
+RBBoolean SaveAsPNGKRV5(REALfolderItem file, REALpicture pic, float gamma, RBBoolean interlace,
+                        RBInteger filter);
+RBBoolean SaveAsPNGKRV6(REALfolderItem file, REALpicture pic, REALpicture mask, float gamma,
+                        RBBoolean interlace, RBInteger filter);
+RBBoolean SaveAs8BitPNGKRV4(REALfolderItem file, REALpicture pic, REALarray colors, float gamma);
+RBBoolean SaveAs8BitPNGKRV6(REALfolderItem file, REALpicture pic, REALarray colors, float gamma,
+                            RBBoolean interlace, RBInteger filter);
+RBBoolean SaveAs8BitPNGwithAlphaKRV5(REALfolderItem file, REALpicture pic, REALarray colors,
+                                     REALarray alphas, float gamma);
+RBBoolean SaveAs8BitPNGwithAlphaKRV7(REALfolderItem file, REALpicture pic, REALarray colors,
+                                     REALarray alphas, float gamma, RBBoolean interlace,
+                                     RBInteger filter);
