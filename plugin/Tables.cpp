@@ -9,46 +9,12 @@
 
 #include "convert/PNGPicture.h"
 #include "plugin/Registration.h"
+#include "plugin/TableBuilders.h"
 #include "reader/PNGReader.h"
 
+using namespace tables;
+
 namespace {
-
-constexpr uint32_t kRuntimeOnly = REALpropRuntimeOnly;
-constexpr uint32_t kConsole = REALconsoleSafe;
-
-template <typename Handler>
-REALproc Proc(Handler handler) {
-  return reinterpret_cast<REALproc>(handler);
-}
-
-REALmethodDefinition Method(REALproc handler, const char* declaration, uint32_t flags) {
-  return {handler, nullptr, declaration, flags, 0, nullptr};
-}
-
-// A property that the host reads and writes itself, at byte `offset` of the instance record.
-REALproperty FieldProperty(const char* name, const char* type, uint32_t flags, size_t offset) {
-  return {nullptr,
-          name,
-          type,
-          flags,
-          REALstandardGetter,
-          REALstandardSetter,
-          static_cast<int32_t>(offset),
-          nullptr,
-          0,
-          nullptr,
-          0,
-          nullptr};
-}
-
-REALproperty HandlerProperty(const char* name, const char* type, uint32_t flags, REALproc getter,
-                             REALproc setter) {
-  return {nullptr, name, type, flags, getter, setter, 0, nullptr, 0, nullptr, 0, nullptr};
-}
-
-REALevent Event(const char* declaration) {
-  return {declaration, 0, 0, nullptr};
-}
 
 // Offset in PNGReaderData of a field of its embedded reader record.
 constexpr size_t ReaderField(size_t offsetInReader) {
@@ -173,7 +139,7 @@ REALmethodDefinition pictureMethods[] = {
 };
 
 REALconstant pictureConstants[] = {
-    {"kDefaultGamma = 0", nullptr, 0, 0, nullptr},
+    Constant("kDefaultGamma = 0"),
 };
 
 REALmethodDefinition pictureSharedMethods[] = {

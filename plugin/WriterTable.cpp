@@ -5,42 +5,18 @@
 #include <iterator>
 
 #include "plugin/Registration.h"
+#include "plugin/TableBuilders.h"
 #include "plugin/Tables.h"
 #include "reader/PNGReader.h"
 #include "writer/PNGWriter.h"
 
+using namespace tables;
+
 namespace {
-
-constexpr uint32_t kRuntimeOnly = REALpropRuntimeOnly;
-constexpr uint32_t kConsole = REALconsoleSafe;
-
-template <typename Handler>
-REALproc Proc(Handler handler) {
-  return reinterpret_cast<REALproc>(handler);
-}
-
-REALmethodDefinition Method(REALproc handler, const char* declaration, uint32_t flags) {
-  return {handler, nullptr, declaration, flags, 0, nullptr};
-}
 
 // An Integer property that the host reads and writes itself, at byte `offset` of the record.
 REALproperty IntegerField(const char* name, size_t offset) {
-  return {nullptr,
-          name,
-          "Integer",
-          kRuntimeOnly | kConsole,
-          REALstandardGetter,
-          REALstandardSetter,
-          static_cast<int32_t>(offset),
-          nullptr,
-          0,
-          nullptr,
-          0,
-          nullptr};
-}
-
-REALconstant Constant(const char* declaration) {
-  return {declaration, nullptr, 0, 0, nullptr};
+  return FieldProperty(name, "Integer", kRuntimeOnly | kConsole, offset);
 }
 
 REALproperty writerProperties[] = {
