@@ -49,8 +49,9 @@ REALstring SaveToString(REALpicture pic, REALpicture mask, float gamma, bool int
 
 bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolderItem file,
               float gamma, signed char interlace, RBInteger filter) {
-  // A nil picture is a plain failure here, not the loader's exception.
-  if (picture == nullptr) return false;
+  // A nil picture is a plain failure here, not the loader's exception; so is a nil folder item
+  // where a file was asked for, which would otherwise encode into nowhere and report success.
+  if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
   PNGWriter w;
   bool saved = Init(w, nullptr, nullptr, nullptr) &&
                LoadRGBPictureToRowPointers(w, picture, mask) &&
@@ -64,7 +65,7 @@ bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolder
                   float gamma, signed char interlace, RBInteger filter) {
   PNGWriter w;
   const bool saved = Init(w, nullptr, nullptr, nullptr) && SetPaletteData(w, colors) && picture &&
-                     LoadPalettePictureToRowPointers(w, picture) &&
+                     file && LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, false);
   Close(w);
   return saved;
@@ -75,7 +76,7 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
                            RBInteger filter) {
   PNGWriter w;
   const bool saved = Init(w, nullptr, nullptr, nullptr) && SetAlphaData(w, alphas, colors) &&
-                     picture && LoadPalettePictureToRowPointers(w, picture) &&
+                     picture && file && LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, true);
   Close(w);
   return saved;

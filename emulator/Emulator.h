@@ -473,6 +473,9 @@ class Host {
   RBInteger BlockSize(const Value& block) const;
   // Blocks larger than this are refused (newMemoryBlock returns null).
   void SetMemoryBlockLimit(RBInteger bytes);
+  // Pictures of more pixels than this are refused as if memory had run out (newPicture and the
+  // other picture makers return null).
+  void SetPicturePixelLimit(uint64_t pixels);
 
   // Arrays.
   Value MakeColorArray(const std::vector<RBColor>& colors, Storage storage = Storage::Direct);

@@ -120,6 +120,8 @@ class PixelStore {
   virtual ~PixelStore() = default;
   virtual Rgba Get(size_t x, size_t y) const = 0;
   virtual void Put(size_t x, size_t y, Rgba pixel) = 0;
+  // Every pixel set to `pixel`, in one pass as a host clears a new picture.
+  virtual void Fill(Rgba pixel) = 0;
   virtual PictureRaw Raw() const = 0;
   // Fills `desc` when the store can be described as `type` (8 bitmap context, 10 gd image).
   virtual bool Describe(uint32_t type, REALpictureDescription& desc) = 0;
@@ -218,6 +220,7 @@ struct Host::State {
   std::map<std::string, size_t, std::less<>> lookups;
   std::vector<void*> pluginHandles;
   RBInteger memoryBlockLimit = RBInteger{1} << 30;
+  uint64_t picturePixelLimit = uint64_t{1} << 28;
   int pictureFormat = 2;
   size_t picturePadding = 0;
 
@@ -378,6 +381,7 @@ ffi_type* FfiType(const TypeRef& type);
 
 // Strings.cpp
 const char* IconvName(uint32_t encoding);
+bool NeedsConversion(uint32_t from, uint32_t to);
 std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to);
 
 // Collections.cpp

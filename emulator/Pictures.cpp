@@ -156,12 +156,17 @@ std::vector<void*> GraphicsObject::TakeChildren() {
   return {std::exchange(picture, nullptr)};
 }
 
+void Host::SetPicturePixelLimit(uint64_t pixels) {
+  state_->picturePixelLimit = pixels;
+}
+
 bool ValidPictureSize(RBInteger width, RBInteger height) {
   return width >= 1 && height >= 1 && width <= kMaxPictureSide && height <= kMaxPictureSide;
 }
 
 void Host::State::ConstructPicture(PictureObject& picture, size_t width, size_t height,
                                    bool alpha) {
+  if (uint64_t{width} * height > picturePixelLimit) throw std::bad_alloc();
   if (profile.app == AppKind::Desktop) {
     // A context without alpha cannot hold an alpha channel: such pictures use its premultiplied
     // counterpart.
@@ -195,9 +200,7 @@ void Host::State::CheckUnlocked(const PictureObject& picture) {
 }
 
 void Fill(PictureObject& picture, Rgba pixel) {
-  for (size_t y = 0; y < picture.height; ++y) {
-    for (size_t x = 0; x < picture.width; ++x) picture.store->Put(x, y, pixel);
-  }
+  picture.store->Fill(pixel);
 }
 
 Rgba ShownPixel(Host::State& s, const PictureObject& picture, size_t x, size_t y) {

@@ -3,6 +3,7 @@
 // hosts.
 #include <gd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <set>
@@ -70,9 +71,12 @@ class BitmapStore : public PixelStore {
     CheckSize(width, height, 4);
     const uint64_t row = uint64_t{width} * 4 + padding;
     if (row * height > kMaxPictureBytes) throw std::bad_alloc();
-    pixels_ = std::make_unique<unsigned char[]>(row * height);
-    std::memset(pixels_.get(), kPaddingByte, row * height);
+    // The pixels are left for Fill or Put; only the padding gets its marker now.
+    pixels_.reset(new unsigned char[row * height]);
     context_ = {pixels_.get(), width, height, row, 32, static_cast<uint32_t>(alphaInfo)};
+    for (size_t y = 0; y < height && padding > 0; ++y) {
+      std::memset(At(width, y), kPaddingByte, padding);
+    }
     LiveContexts().insert(&context_);
   }
   ~BitmapStore() override { LiveContexts().erase(&context_); }
@@ -106,6 +110,18 @@ class BitmapStore : public PixelStore {
     c[1] = p.g;
     c[2] = p.b;
     if (alphaByte_) px[first_ ? 0 : 3] = p.a;
+  }
+
+  void Fill(Rgba p) override {
+    if (context_.width == 0) return;
+    Put(0, 0, p);
+    uint32_t word;
+    std::memcpy(&word, At(0, 0), 4);
+    // Rows may start at any byte when the padding is odd.
+    for (size_t y = 0; y < context_.height; ++y) {
+      unsigned char* px = At(0, y);
+      for (size_t x = 0; x < context_.width; ++x, px += 4) std::memcpy(px, &word, 4);
+    }
   }
 
   PictureRaw Raw() const override {
@@ -172,6 +188,18 @@ class GdStore : public PixelStore {
     if (index < 0) index = gdImageColorAllocateAlpha(image_, p.r, p.g, p.b, a);
     if (index < 0) throw Error("the palette of a gd palette image is full");
     image_->pixels[y][x] = static_cast<unsigned char>(index);
+  }
+
+  void Fill(Rgba p) override {
+    if (!gdImageTrueColor(image_)) {
+      for (int y = 0; y < image_->sy; ++y) {
+        for (int x = 0; x < image_->sx; ++x) Put(size_t(x), size_t(y), p);
+      }
+      return;
+    }
+    const int word = gdTrueColorAlpha(p.r, p.g, p.b, alpha_ ? GdFromAlpha(p.a) : 0);
+    for (int y = 0; y < image_->sy; ++y)
+      std::fill(image_->tpixels[y], image_->tpixels[y] + image_->sx, word);
   }
 
   PictureRaw Raw() const override {

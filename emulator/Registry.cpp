@@ -151,6 +151,14 @@ void DumpModule(std::ostream& out, const ModuleInfo& m) {
   DumpProperties(out, "property", m.properties);
 }
 
+// A host keeps what plug-ins register to the end of the process, past Shutdown too: the module
+// records a plug-in builds on the heap stay referenced from here, never freed, so that a leak
+// checker does not take them for lost.
+void KeepForTheProcess(const void* record) {
+  static auto* const kept = new std::vector<const void*>();
+  kept->push_back(record);
+}
+
 }  // namespace
 
 void Host::State::RegisterClass(REALclassDefinition* def, bool extension) {
@@ -207,6 +215,7 @@ void Host::State::RegisterModule(const REALmoduleDefinition* def) {
   info.versionWord = def->version;
   info.layoutVersion = old ? 9 : 13;
   info.name = Text(def->name);
+  KeepForTheProcess(def);
   if (old) {
     ReadModuleArrays<REALmethodDefinition9, REALproperty9, REALconstant9>(def, info);
   } else {

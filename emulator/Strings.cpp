@@ -104,13 +104,19 @@ RBBoolean GetStringData(REALstring str, uint32_t encoding, REALstringData* out) 
     *out = REALstringData{};
     StringObject* o = LiveString(s, str, "PluginGetStringData");
     if (o == nullptr) return 0;
-    std::optional<std::string> bytes =
-        Convert(o->Bytes(), static_cast<uint32_t>(o->record.encoding), encoding);
-    if (!bytes) return 0;
-    auto copy = std::make_unique<unsigned char[]>(bytes->size() + kStringPadding);
-    std::memcpy(copy.get(), bytes->data(), bytes->size());
+    // Bytes that need no conversion are copied once, straight from the string.
+    const uint32_t from = static_cast<uint32_t>(o->record.encoding);
+    std::optional<std::string> converted;
+    if (NeedsConversion(from, encoding)) {
+      converted = Convert(o->Bytes(), from, encoding);
+      if (!converted) return 0;
+    }
+    const std::string_view bytes = converted ? std::string_view(*converted) : o->Bytes();
+    auto copy = std::unique_ptr<unsigned char[]>(new unsigned char[bytes.size() + kStringPadding]);
+    std::memcpy(copy.get(), bytes.data(), bytes.size());
+    std::memset(copy.get() + bytes.size(), 0, kStringPadding);
     out->data = copy.get();
-    out->length = bytes->size();
+    out->length = bytes.size();
     out->encoding = encoding;
     out->private1 = copy.get();
     out->private2 = kStringDataTag;
@@ -191,11 +197,13 @@ const char* IconvName(uint32_t encoding) {
   }
 }
 
-std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to) {
+bool NeedsConversion(uint32_t from, uint32_t to) {
   // Text without an encoding, or already in the wanted one, is handed over unchanged.
-  if (from == to || from == kREALTextEncodingUnknown || to == kREALTextEncodingUnknown) {
-    return std::string(bytes);
-  }
+  return from != to && from != kREALTextEncodingUnknown && to != kREALTextEncodingUnknown;
+}
+
+std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to) {
+  if (!NeedsConversion(from, to)) return std::string(bytes);
   const char* fromName = IconvName(from);
   const char* toName = IconvName(to);
   if (fromName == nullptr || toName == nullptr) return std::nullopt;

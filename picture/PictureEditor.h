@@ -75,8 +75,16 @@ class PictureWriter : public PictureEditor {
 
   // Stores one pixel of components c1, c2, c3 at the destination and moves on by one pixel. For
   // codes 1, 3, 5 the word is 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is
-  // c1 << 24 | c2 << 16 | c3 << 8 | 0xFF, for 8 it is c1 | c2 << 8 | c3 << 16.
-  inline void StorePixel(uint32_t c1, uint32_t c2, uint32_t c3);
+  // c1 << 24 | c2 << 16 | c3 << 8 | 0xFF, for 8 it is c1 | c2 << 8 | c3 << 16; other codes store
+  // nothing and stay in place.
+  void StorePixel(uint32_t c1, uint32_t c2, uint32_t c3) {
+    destination = Store(pixelFormat, destination, c1, c2, c3);
+  }
+
+  // The same for loops that keep the format and the destination in locals: returns where the
+  // next pixel goes.
+  static inline uint32_t* Store(int32_t format, uint32_t* to, uint32_t c1, uint32_t c2,
+                                uint32_t c3);
 
   // Moves the destination to the start of the next row (back to the top after the last).
   void NextRow();
@@ -85,23 +93,24 @@ class PictureWriter : public PictureEditor {
   RBInteger row = 0;
 };
 
-inline void PictureWriter::StorePixel(uint32_t c1, uint32_t c2, uint32_t c3) {
-  switch (pixelFormat) {
+inline uint32_t* PictureWriter::Store(int32_t format, uint32_t* to, uint32_t c1, uint32_t c2,
+                                      uint32_t c3) {
+  switch (format) {
     case 1:
     case 3:
     case 5:
-      *destination++ = 0xFF000000u | c1 << 16 | c2 << 8 | c3;
-      break;
+      *to = 0xFF000000u | c1 << 16 | c2 << 8 | c3;
+      return to + 1;
     case 2:
     case 4:
     case 6:
-      *destination++ = c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
-      break;
+      *to = c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
+      return to + 1;
     case 8:
-      *destination++ = c1 | c2 << 8 | c3 << 16;
-      break;
+      *to = c1 | c2 << 8 | c3 << 16;
+      return to + 1;
     default:
-      break;
+      return to;
   }
 }
 

@@ -13,10 +13,11 @@ bool ReadRowInto(PNGReader& r, void* row) {
   return true;
 }
 
-// The block must hold one decoded row. Hosts that cannot tell a block's size leave it unchecked.
-bool BlockHoldsRow(PNGReader& r, REALmemoryBlock block) {
+// The block must hold one decoded row: width × 4 bytes once set up (before set-up libpng refuses
+// the read itself). Hosts that cannot tell a block's size leave it unchecked.
+bool BlockHoldsRow(const PNGReader& r, REALmemoryBlock block) {
   const RBInteger size = REALMemoryBlockGetSize(block);
-  return size < 0 || size >= GetRowBytes(r);
+  return size < 0 || size >= r.width * 4;
 }
 
 bool ReadRowIntoBlock(PNGReader& r, REALmemoryBlock block) {

@@ -38,8 +38,11 @@ png_uint_32 PerMetre(RBInteger perInch) {
 
 bool SetHeaderArmed(PNGWriter& w, int interlace, int filter, int level) {
   if (setjmp(*w.jumpBuffer)) return false;
+  // libpng keeps the values of a header it refuses; WriteInfo must not write them.
+  w.headerRefused = true;
   png_set_IHDR(w.pngPtr, w.infoPtr, Dimension(w.width), Dimension(w.height), 8, Clamped(w.type),
                interlace, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  w.headerRefused = false;
   if (filter >= 0) png_set_filter(w.pngPtr, PNG_FILTER_TYPE_DEFAULT, filter);
   if (level >= 0) png_set_compression_level(w.pngPtr, level);
   return true;
@@ -119,6 +122,11 @@ void SortByAlpha(PNGWriter& w) {
 
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression) {
   if (!HasHandles(w)) return false;
+  // libpng writes rows by the header it wrote; a new one would only mislead the row checks.
+  if (w.infoWritten) {
+    RaiseMessageEvent(w.errorEvent, w.owner, "The header is written already.");
+    return false;
+  }
   return SetHeaderArmed(w, interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, Clamped(filter),
                         Clamped(compression));
 }

@@ -24,9 +24,11 @@ ByteBuffer* NewBuffer(size_t reservation) {
   return buffer.release();
 }
 
+// libpng's own sink on the stream (png_init_io with the default write function back in place of
+// the one that refuses writes without a destination).
 bool InstallFile(PNGWriter& w, FILE* stream) {
   if (setjmp(*w.jumpBuffer)) return false;
-  png_init_io(w.pngPtr, stream);
+  png_set_write_fn(w.pngPtr, stream, nullptr, nullptr);
   return true;
 }
 
@@ -59,6 +61,11 @@ void ClosedWriteFunction(png_structp png, png_bytep, png_size_t) {
   png_error(png, "The destination is closed.");
 }
 
+// Where libpng writes before a destination is opened; its own sink would write to a null stream.
+void NoDestinationWriteFunction(png_structp png, png_bytep, png_size_t) {
+  png_error(png, "No destination is open.");
+}
+
 void ReleaseDestination(PNGWriter& w) {
   if (w.file) fclose(w.file);
   w.file = nullptr;
@@ -86,7 +93,7 @@ bool Init(PNGWriter& w, REALobject owner, StringEventProc errorEvent,
   if (w.pngPtr == nullptr) return false;
   w.infoPtr = png_create_info_struct(w.pngPtr);
   if (w.infoPtr == nullptr) png_destroy_write_struct(&w.pngPtr, nullptr);
-  return w.infoPtr != nullptr;
+  return w.infoPtr != nullptr && InstallWriteFunctions(w, NoDestinationWriteFunction);
 }
 
 void Close(PNGWriter& w) {

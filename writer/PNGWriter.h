@@ -42,6 +42,11 @@ struct PNGWriter {
   // Bytes every loaded row holds (-1: the host cannot tell), so that no header set after loading
   // makes libpng read past the end of a row.
   int64_t rowCapacity;
+  // libpng failed while writing image rows: its row state is broken, and writing rows again would
+  // set it up anew over the old one.
+  RBBoolean rowsFailed;
+  RBBoolean headerRefused;  // libpng refused the last header, yet keeps its values
+  RBBoolean infoWritten;    // WriteInfo succeeded: the header is in the stream
 };
 
 // The libpng states and the jump buffer exist (Init succeeded and Close has not run).

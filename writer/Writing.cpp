@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr const char* kRowsFailed = "Writing the image failed; a new writer is needed.";
+
 bool WriteInfoArmed(PNGWriter& w) {
   if (setjmp(*w.jumpBuffer)) return false;
   png_write_info(w.pngPtr, w.infoPtr);
@@ -54,35 +56,48 @@ bool RowsStarted(const PNGWriter& w) {
   return png_get_current_row_number(w.pngPtr) > 0 || png_get_current_pass_number(w.pngPtr) > 0;
 }
 
-// Refuses, through the Error event, rows that would not end up in the image.
-bool RefuseRows(const PNGWriter& w, const char* message) {
+// Refuses, through the Error event, a step that would not end up in the image.
+bool Refuse(const PNGWriter& w, const char* message) {
   RaiseMessageEvent(w.errorEvent, w.owner, message);
   return false;
+}
+
+// Latches a failure of libpng inside the image rows.
+bool RowsWritten(PNGWriter& w, bool written) {
+  if (!written) w.rowsFailed = true;
+  return written;
 }
 
 }  // namespace
 
 bool WriteInfo(PNGWriter& w) {
-  return HasHandles(w) && WriteInfoArmed(w);
+  if (!HasHandles(w)) return false;
+  if (w.headerRefused) return Refuse(w, "The header was refused.");
+  const bool written = WriteInfoArmed(w);
+  if (written) w.infoWritten = true;
+  return written;
 }
 
 bool WriteRows(PNGWriter& w) {
   if (!HasHandles(w)) return false;
-  if (!RowsMatchHeader(w)) return RefuseRows(w, "The loaded rows do not match the header.");
-  if (RowsStarted(w)) return RefuseRows(w, "Rows of the image are written already.");
-  return WriteImageArmed(w);
+  if (w.rowsFailed) return Refuse(w, kRowsFailed);
+  if (!RowsMatchHeader(w)) return Refuse(w, "The loaded rows do not match the header.");
+  if (RowsStarted(w)) return Refuse(w, "Rows of the image are written already.");
+  return RowsWritten(w, WriteImageArmed(w));
 }
 
 // `size` is the bytes at `row`, or -1 when the host cannot tell.
 void WriteRow(PNGWriter& w, const void* row, int64_t size) {
   if (!HasHandles(w)) return;
   const int64_t needed = static_cast<int64_t>(png_get_rowbytes(w.pngPtr, w.infoPtr));
-  if (row == nullptr || (size >= 0 && size < needed)) {
-    RefuseRows(w, "The memoryblock is shorter than one row.");
+  if (w.rowsFailed) {
+    Refuse(w, kRowsFailed);
+  } else if (row == nullptr || (size >= 0 && size < needed)) {
+    Refuse(w, "The memoryblock is shorter than one row.");
   } else if (ImageComplete(w)) {
-    RefuseRows(w, "Every row of the image is written.");
+    Refuse(w, "Every row of the image is written.");
   } else {
-    WriteRowArmed(w, static_cast<png_const_bytep>(row));
+    RowsWritten(w, WriteRowArmed(w, static_cast<png_const_bytep>(row)));
   }
 }
 

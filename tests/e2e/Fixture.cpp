@@ -1,7 +1,9 @@
 #include "tests/e2e/Fixture.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace e2e {
@@ -71,6 +73,19 @@ emu::Value Str(const samples::Bytes& bytes) {
   return Host().MakeString(
       std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
       kREALTextEncodingUnknown);
+}
+
+ToolRun RunTool(const std::string& arguments) {
+  ToolRun run;
+  const std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return run;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+  const int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
 }
 
 TempFile::TempFile(const samples::Bytes& contents) {

@@ -33,6 +33,13 @@ struct Reader {
 
 emu::Value Str(const samples::Bytes& bytes);
 
+// A run of the command-line tool: its exit status and its standard output and error together.
+struct ToolRun {
+  int status = -1;
+  std::string output;
+};
+ToolRun RunTool(const std::string& arguments);
+
 // A scratch file that is removed when the test ends.
 struct TempFile {
   explicit TempFile(const samples::Bytes& contents);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "convert/PNGPicture.h"
 #include "emulator/Emulator.h"
 #include "host/HostRuntime.h"
 #include "picture/PictureEditor.h"
@@ -181,6 +182,21 @@ TEST_F(Pictures, ColourArrays) {
       host().ClearLastException();
     }
   }
+}
+
+// Xojo hands a nil folder item to an extension method called on nil: nothing is saved, and the
+// savers say so instead of encoding into memory that nobody reads.
+TEST_F(Pictures, SaversRefuseANilFolderItem) {
+  Use(2019.1, emu::AppKind::Desktop);
+  picture = Plain(2, 2, 5);
+  emu::Value colors = host().MakeColorArray({0x050000});
+  emu::Value alphas = host().MakeIntegerArray({255});
+  EXPECT_FALSE(SaveAsPNGKRV3(nullptr, P(picture), 0.0f));
+  EXPECT_FALSE(SaveAs8BitPNGKRV4(nullptr, P(picture), colors.As<REALarray>(), 0.0f));
+  EXPECT_FALSE(SaveAs8BitPNGwithAlphaKRV5(nullptr, P(picture), colors.As<REALarray>(),
+                                          alphas.As<REALarray>(), 0.0f));
+  emu::Value data = emu::Value::AdoptString(PictureToPNGStringKRV2(P(picture), 0.0f));
+  EXPECT_FALSE(data.IsNil()) << "a string is still made when one is asked for";
 }
 
 }  // namespace

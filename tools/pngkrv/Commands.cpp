@@ -1,14 +1,8 @@
 #include "tools/pngkrv/Commands.h"
 
-#include <sys/stat.h>
-
-#include <iomanip>
 #include <iostream>
 
 namespace cli {
-
-int Encode(Session& session, const Options& options);  // Encode.cpp
-int Decode(Session& session, const Options& options);  // Decode.cpp
 
 namespace {
 
@@ -48,82 +42,37 @@ int Rows(Session& session, const Options& options) {
   return 0;
 }
 
-struct Example {
-  const char* file;
-  const char* description;
-  samples::Image image;
-};
-
-std::vector<Example> MakeExamples() {
-  std::vector<Example> examples = {
-      {"grey-1bit.png", "grey, 1 bit", samples::Pattern(48, 32, 1, 0, false)},
-      {"grey-8bit.png", "grey, 8 bits", samples::Pattern(48, 32, 8, 0, false)},
-      {"grey-alpha.png", "grey + alpha", samples::Pattern(40, 40, 8, 4, false)},
-      {"rgb.png", "RGB, 8 bits", samples::Pattern(64, 48, 8, 2, false)},
-      {"rgb-interlaced.png", "RGB, Adam7", samples::Pattern(64, 48, 8, 2, true)},
-      {"rgba-16bit.png", "RGBA, 16 bits", samples::Pattern(40, 40, 16, 6, false)},
-      {"palette-trns.png", "palette + tRNS", samples::Pattern(32, 32, 4, 3, false)},
-  };
-  examples.back().image.transparency = {0, 64, 128, 192};
-  examples[3].image.chunks.gamma = 0.45455;
-  examples[3].image.chunks.srgbIntent = 0;
-  return examples;
-}
-
-int Demo(Session& session, const Options& options) {
-  const std::string examplesDir = options.Text("--examples", "examples");
-  const std::string outDir = options.Text("--out", "demo-output");
-  mkdir(examplesDir.c_str(), 0755);
-  mkdir(outDir.c_str(), 0755);
-  std::cout << "Examples in " << examplesDir << "/, decoded rows in " << outDir << "/\n\n"
-            << std::left << std::setw(20) << "file" << std::setw(16) << "content" << std::setw(8)
-            << "size" << std::setw(7) << "rows" << std::setw(10) << "interlace" << std::setw(8)
-            << "decode" << std::right << std::setw(9) << "bytes in" << std::setw(10) << "bytes out"
-            << "\n";
-  int status = 0;
-  for (const Example& example : MakeExamples()) {
-    const std::string in = examplesDir + "/" + example.file;
-    const samples::Bytes png = samples::Encode(example.image);
-    samples::WriteFile(in, png);
-    std::string result = "ok";
-    samples::Bytes pam;
-    RBInteger rowsType = 0;
-    try {
-      const DecodedRows rows = ReadRows(session, in, 0.0, -1.0);
-      pam = samples::EncodePAM(rows.width, rows.height, rows.rgba);
-      samples::WriteFile(outDir + "/" + example.file + ".pam", pam);
-      rowsType = rows.colorType;
-    } catch (const Failure& f) {
-      result = "failed";
-      status = 1;
-      std::cerr << f.message << "\n";
-    }
-    const std::string size =
-        std::to_string(example.image.width) + "x" + std::to_string(example.image.height);
-    std::cout << std::left << std::setw(20) << example.file << std::setw(16) << example.description
-              << std::setw(8) << size << std::setw(7)
-              << (rowsType == 6   ? "RGBA"
-                  : rowsType == 2 ? "RGB+F"
-                                  : "-")
-              << std::setw(10) << (example.image.interlaced ? "Adam7" : "none") << std::setw(8)
-              << result << std::right << std::setw(9) << png.size() << std::setw(10) << pam.size()
-              << "\n";
-  }
-  return status;
+int Registry(Session& session, const Options&) {
+  session.host().DumpRegistry(std::cout);
+  return 0;
 }
 
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
       {"info", 1, {}, Info},
-      {"rows", 2, {"--gamma", "--screen-gamma"}, Rows},
+      {"rows", 2, {"--gamma", "--screen-gamma"}, Rows, {}, true},
       {"demo", 0, {"--examples", "--out"}, Demo},
-      {"decode", 2, {"--gamma", "--allow-damaged"}, Decode, {{"--allow-damaged", 0}}},
+      {"decode",
+       2,
+       {"--via", "--gamma", "--allow-damaged"},
+       Decode,
+       {{"--allow-damaged", 0}},
+       true},
       {"encode",
        2,
        {"--type", "--alphas", "--interlace", "--filter", "--level", "--gamma", "--srgb", "--icc",
         "--dpi", "--to-string"},
        Encode,
-       {{"--alphas", 0}, {"--interlace", 0}, {"--to-string", 0}, {"--icc", 2}}},
+       {{"--alphas", 0}, {"--interlace", 0}, {"--to-string", 0}, {"--icc", 2}},
+       true},
+      {"save",
+       2,
+       {"--mask", "--gamma", "--interlace", "--filter", "--file", "--8bit", "--alphas"},
+       Save,
+       {{"--mask", 0}, {"--interlace", 0}, {"--file", 0}, {"--8bit", 0}, {"--alphas", 0}},
+       true},
+      {"cgbi", 2, {"--gamma"}, CgBI, {}, true},
+      {"registry", 0, {}, Registry},
   };
   return commands;
 }
@@ -135,10 +84,38 @@ double Options::Number(const std::string& name, double fallback) const {
   return it == values.end() ? fallback : std::stod(it->second);
 }
 
+RBInteger Options::Integer(const std::string& name, RBInteger fallback) const {
+  const auto it = values.find(name);
+  if (it == values.end()) return fallback;
+  try {
+    size_t used = 0;
+    const long long value = std::stoll(it->second, &used, 0);
+    if (used == it->second.size()) return static_cast<RBInteger>(value);
+  } catch (const std::exception&) {
+  }
+  throw Failure{name + " needs an integer"};
+}
+
 std::string Options::Text(const std::string& name, const std::string& fallback) const {
   auto it = values.find(name);
   return it == values.end() ? fallback : it->second;
 }
+
+namespace {
+
+int RunEachGroup(const Command& command, Session& session, const Options& options) {
+  if (command.arguments == 0) return command.run(session, options);
+  Options group = options;
+  for (size_t at = 0; at < options.positional.size(); at += command.arguments) {
+    const auto first = options.positional.begin() + static_cast<std::ptrdiff_t>(at);
+    group.positional.assign(first, first + static_cast<std::ptrdiff_t>(command.arguments));
+    const int status = command.run(session, group);
+    if (status != 0) return status;
+  }
+  return 0;
+}
+
+}  // namespace
 
 const Command* FindCommand(const std::string& name) {
   for (const Command& c : Commands()) {
@@ -153,10 +130,13 @@ int Run(const Command& command, const Options& options) {
     int status = 0;
     std::string failure;
     try {
-      status = command.run(session, options);
+      status = RunEachGroup(command, session, options);
     } catch (const Failure& f) {
       failure = f.message;
       status = 1;
+    } catch (const UsageError& e) {
+      failure = e.message;
+      status = 2;
     }
     for (const std::string& m : session.messages()) std::cerr << m << "\n";
     if (!failure.empty()) std::cerr << "pngkrv: " << failure << "\n";

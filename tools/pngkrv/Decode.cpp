@@ -1,36 +1,99 @@
-// pngkrv decode: a PNG file into a host picture and mask through PNGReaderKRV, written as PAM
-// with alpha = 255 − the mask sample (255 where there is no mask).
+// pngkrv decode and cgbi: a PNG file into a host picture and mask, written as PAM with alpha =
+// 255 − the mask sample (255 where there is no mask). decode goes through a PNGReaderKRV or one
+// of the one-call openers; cgbi opens CgBI data with OpenSpecialData.
+#include <map>
+
 #include "tools/pngkrv/Commands.h"
+#include "tools/pngkrv/Images.h"
 
 namespace cli {
 
 namespace {
 
 constexpr char kReadPicture[] = "ReadPicture as boolean";
+constexpr char kOpenSpecialData[] = "OpenSpecialData(data as string) as boolean";
 
-samples::Bytes Rgba(Session& session, const emu::Value& picture) {
-  const std::string bytes = session.host().PictureRgba(picture);
-  return samples::Bytes(bytes.begin(), bytes.end());
+struct DecodeSettings {
+  std::string path;
+  double gamma = 0.0;
+  bool allowDamaged = false;
+};
+
+// ReadPicture on a reader that is set up, and its Pict and Mask.
+Pixels ReaderPicture(Session& session, const emu::Value& reader, const std::string& what) {
+  if (!session.CallBool(reader, kReadPicture, {})) throw Failure{what + ": no picture decoded"};
+  return PicturePixels(session, session.host().GetProperty(reader, "Pict"),
+                       session.host().GetProperty(reader, "Mask"));
+}
+
+Pixels ViaReader(Session& session, const DecodeSettings& settings) {
+  emu::Value reader = session.NewReader();
+  if (settings.allowDamaged) session.host().SetProperty(reader, "AllowDamaged", true);
+  session.OpenAndSetUp(reader, settings.path, settings.gamma, -1.0);
+  return ReaderPicture(session, reader, settings.path);
+}
+
+// The picture and mask of a PNGPictureKRV, or a Failure for nil.
+Pixels PNGPicturePixels(Session& session, const emu::Value& result, const std::string& what) {
+  if (result.IsNil()) throw Failure{what + ": no picture decoded"};
+  return PicturePixels(session, session.host().GetProperty(result, "Pict"),
+                       session.host().GetProperty(result, "Mask"));
+}
+
+emu::Value FileBytes(Session& session, const std::string& path) {
+  return session.host().MakeString(Text(ReadInputFile(path)), kREALTextEncodingUnknown);
+}
+
+Pixels ViaString(Session& session, const DecodeSettings& settings) {
+  const emu::Value result = session.CallGlobal(
+      "PNGStringToPNGPictureKRV", {FileBytes(session, settings.path),
+                                   static_cast<float>(settings.gamma), settings.allowDamaged});
+  return PNGPicturePixels(session, result, settings.path);
+}
+
+Pixels ViaFile(Session& session, const DecodeSettings& settings) {
+  const emu::Value result =
+      session.CallNamed(session.host().MakeFolderItem(settings.path), "OpenAsPNGKRV",
+                        {static_cast<float>(settings.gamma), settings.allowDamaged});
+  return PNGPicturePixels(session, result, settings.path);
+}
+
+Pixels ViaCombined(Session& session, const DecodeSettings& settings) {
+  const emu::Value picture = session.CallGlobal(
+      "PNGStringToPictureKRV", {FileBytes(session, settings.path),
+                                static_cast<float>(settings.gamma), settings.allowDamaged});
+  if (picture.IsNil()) throw Failure{settings.path + ": no picture decoded"};
+  return PicturePixels(session, picture, emu::Value());
+}
+
+using Decoder = Pixels (*)(Session&, const DecodeSettings&);
+
+Decoder DecoderFor(const std::string& via) {
+  static const std::map<std::string, Decoder> decoders = {
+      {"reader", ViaReader}, {"string", ViaString}, {"file", ViaFile}, {"combined", ViaCombined}};
+  const auto it = decoders.find(via);
+  if (it == decoders.end()) throw UsageError{"--via takes reader, string, file or combined"};
+  return it->second;
 }
 
 }  // namespace
 
 int Decode(Session& session, const Options& options) {
+  const DecodeSettings settings{options.positional[0], options.Number("--gamma", 0.0),
+                                options.Has("--allow-damaged")};
+  const Decoder decode = DecoderFor(options.Text("--via", "string"));
+  WritePAM(options.positional[1], decode(session, settings));
+  return 0;
+}
+
+int CgBI(Session& session, const Options& options) {
   const std::string& path = options.positional[0];
   emu::Value reader = session.NewReader();
-  if (options.Has("--allow-damaged")) session.host().SetProperty(reader, "AllowDamaged", true);
-  session.OpenAndSetUp(reader, path, options.Number("--gamma", 0.0), -1.0);
-  if (!session.CallBool(reader, kReadPicture, {})) throw Failure{path + ": no picture decoded"};
-  const emu::Value pict = session.host().GetProperty(reader, "Pict");
-  const emu::Value mask = session.host().GetProperty(reader, "Mask");
-  samples::Bytes rgba = Rgba(session, pict);
-  if (!mask.IsNil()) {
-    const samples::Bytes grey = Rgba(session, mask);
-    for (size_t i = 3; i < rgba.size() && i < grey.size(); i += 4) rgba[i] = 255 - grey[i - 3];
+  if (!session.CallBool(reader, kOpenSpecialData, {FileBytes(session, path)})) {
+    throw Failure{path + ": not CgBI data that converts"};
   }
-  const auto width = static_cast<uint32_t>(session.Integer(reader, "Width"));
-  const auto height = static_cast<uint32_t>(session.Integer(reader, "Height"));
-  samples::WriteFile(options.positional[1], samples::EncodePAM(width, height, rgba));
+  session.SetUp(reader, path, options.Number("--gamma", 0.0), -1.0);
+  WritePAM(options.positional[1], ReaderPicture(session, reader, path));
   return 0;
 }
 

@@ -35,13 +35,25 @@ emu::Value Session::NewReader() {
                    {{"Error", collect("error: ")}, {"Warning", collect("warning: ")}});
 }
 
-emu::Value Session::Call(const emu::Value& reader, const char* declaration,
-                         std::vector<emu::Arg> args) {
-  emu::Value result = host_.CallDeclaration(reader, declaration, std::move(args));
+emu::Value Session::Checked(emu::Value result) {
   if (const auto& raised = host_.LastException()) {
     throw Failure{raised->className + ": " + raised->message};
   }
   return result;
+}
+
+emu::Value Session::Call(const emu::Value& reader, const char* declaration,
+                         std::vector<emu::Arg> args) {
+  return Checked(host_.CallDeclaration(reader, declaration, std::move(args)));
+}
+
+emu::Value Session::CallNamed(const emu::Value& target, const char* name,
+                              std::vector<emu::Arg> args) {
+  return Checked(host_.Call(target, name, std::move(args)));
+}
+
+emu::Value Session::CallGlobal(const char* name, std::vector<emu::Arg> args) {
+  return Checked(host_.CallGlobal(name, std::move(args)));
 }
 
 bool Session::CallBool(const emu::Value& reader, const char* declaration,
@@ -49,8 +61,8 @@ bool Session::CallBool(const emu::Value& reader, const char* declaration,
   return Call(reader, declaration, std::move(args)).AsBoolean();
 }
 
-RBInteger Session::Integer(const emu::Value& reader, const char* property) {
-  return host_.GetProperty(reader, property).AsInteger();
+RBInteger Session::Integer(const emu::Value& object, const char* property) {
+  return host_.GetProperty(object, property).AsInteger();
 }
 
 void Session::OpenAndSetUp(const emu::Value& reader, const std::string& path, double gamma,
@@ -58,8 +70,13 @@ void Session::OpenAndSetUp(const emu::Value& reader, const std::string& path, do
   if (!CallBool(reader, kOpenFile, {host_.MakeFolderItem(path)})) {
     throw Failure{"cannot open " + path};
   }
+  SetUp(reader, path, gamma, screenGamma);
+}
+
+void Session::SetUp(const emu::Value& reader, const std::string& what, double gamma,
+                    double screenGamma) {
   if (!CallBool(reader, kApplyOptions, {gamma, screenGamma})) {
-    throw Failure{path + ": not a readable PNG"};
+    throw Failure{what + ": not a readable PNG"};
   }
 }
 

@@ -15,6 +15,11 @@ struct Failure {
   std::string message;
 };
 
+// Options that do not go together: the command ends with exit status 2.
+struct UsageError {
+  std::string message;
+};
+
 class Session {
  public:
   Session(const emu::Profile& profile, const std::string& pluginPath);
@@ -27,11 +32,17 @@ class Session {
   // Calls a reader method by its exact declaration.
   emu::Value Call(const emu::Value& reader, const char* declaration, std::vector<emu::Arg> args);
   bool CallBool(const emu::Value& reader, const char* declaration, std::vector<emu::Arg> args);
-  RBInteger Integer(const emu::Value& reader, const char* property);
+  // Calls a method of `target` (a folder item's extension methods included) or a global method
+  // by name, the overload chosen by the arguments.
+  emu::Value CallNamed(const emu::Value& target, const char* name, std::vector<emu::Arg> args);
+  emu::Value CallGlobal(const char* name, std::vector<emu::Arg> args);
+  RBInteger Integer(const emu::Value& object, const char* property);
 
   // Opens FILE with OpenFile and sets it up with ApplyOptions(gamma, screenGamma).
   void OpenAndSetUp(const emu::Value& reader, const std::string& path, double gamma,
                     double screenGamma);
+  // Sets up an opened reader with ApplyOptions(gamma, screenGamma); `what` names the source.
+  void SetUp(const emu::Value& reader, const std::string& what, double gamma, double screenGamma);
 
   // Every Error and Warning message so far, each prefixed with "error: " or "warning: ".
   const std::vector<std::string>& messages() const { return messages_; }
@@ -39,6 +50,9 @@ class Session {
   void CheckAudit();
 
  private:
+  // The result of the last call, or a Failure when the plug-in raised an exception in it.
+  emu::Value Checked(emu::Value result);
+
   emu::Host& host_;
   std::vector<std::string> messages_;
 };

@@ -10,13 +10,24 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: pngkrv [--host PROFILE] [--plugin PATH] COMMAND ...\n"
-    "  info FILE.png                                    header, sRGB intent and ICC profile\n"
-    "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam   decode row by row to PAM\n"
-    "  demo [--examples DIR] [--out DIR]                make examples and decode them\n"
-    "  decode [--gamma G] [--allow-damaged] FILE.png OUT.pam   decode into a picture, to PAM\n"
+    "  info FILE.png                  header, sRGB intent and ICC profile\n"
+    "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam\n"
+    "                                 decode row by row to PAM\n"
+    "  decode [--via reader|string|file|combined] [--gamma G] [--allow-damaged] FILE.png OUT.pam\n"
+    "                                 decode into a picture and mask, to PAM (default: string)\n"
     "  encode [--type rgb|rgba|gray|graya|palette] [--alphas] [--interlace] [--filter F]\n"
     "         [--level L] [--gamma G] [--srgb INTENT] [--icc NAME FILE] [--dpi N]\n"
-    "         [--to-string] IN OUT.png                 a PAM or PNG file written as PNG\n";
+    "         [--to-string] IN OUT.png\n"
+    "                                 a PAM or PNG file written step by step with PNGWriterKRV\n"
+    "  save [--mask] [--gamma G] [--interlace] [--filter F] [--file] IN OUT.png\n"
+    "  save --8bit [--alphas] [--gamma G] [--interlace] [--filter F] IN OUT.png\n"
+    "                                 a PAM or PNG file written in one call\n"
+    "  cgbi [--gamma G] IN.png OUT.pam  CgBI data opened with OpenSpecialData, to PAM\n"
+    "  registry                       every class, module and method the plug-in registered\n"
+    "  demo [--examples DIR] [--out DIR]\n"
+    "                                 make example PNGs, decode and save each again\n"
+    "  --help                         this text and the host profiles\n"
+    "rows, decode, encode, save and cgbi take several IN OUT pairs in one run.\n";
 
 int Usage(const std::string& problem) {
   if (!problem.empty()) std::cerr << "pngkrv: " << problem << "\n";
@@ -106,7 +117,9 @@ int main(int argc, char** argv) {
       return Usage(std::string(number) + " needs a number");
     }
   }
-  if (args.size() != command->arguments) {
+  const size_t n = command->arguments;
+  const bool counted = command->repeats ? !args.empty() && args.size() % n == 0 : args.size() == n;
+  if (!counted) {
     return Usage(std::string(command->name) + ": wrong number of arguments");
   }
   options.positional = args;

@@ -3,7 +3,9 @@
 #include <png.h>
 #include <spng.h>
 #include <string.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -225,6 +227,99 @@ bool DecodePAM(const Bytes& pam, uint32_t* width, uint32_t* height, Bytes* rgba)
   *width = static_cast<uint32_t>(w);
   *height = static_cast<uint32_t>(h);
   return true;
+}
+
+namespace {
+
+uint32_t BigEndian(const uint8_t* p) {
+  return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+}
+
+void AppendBigEndian(Bytes& out, uint32_t v) {
+  for (int i = 3; i >= 0; --i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+// The zlib stream's content as raw deflate, split into `parts` pieces.
+std::vector<Bytes> RawDeflate(const Bytes& zlibStream, int parts) {
+  Bytes inflated(1 << 24);
+  uLongf size = inflated.size();
+  if (uncompress(inflated.data(), &size, zlibStream.data(), zlibStream.size()) != Z_OK) {
+    throw std::runtime_error("the image data does not inflate");
+  }
+  z_stream z = {};
+  deflateInit2(&z, 9, Z_DEFLATED, -15, 8, parts > 1 ? Z_HUFFMAN_ONLY : Z_DEFAULT_STRATEGY);
+  Bytes raw(compressBound(size) + 64);
+  z.next_in = inflated.data();
+  z.avail_in = static_cast<uInt>(size);
+  z.next_out = raw.data();
+  z.avail_out = static_cast<uInt>(raw.size());
+  deflate(&z, Z_FINISH);
+  raw.resize(z.total_out);
+  deflateEnd(&z);
+  std::vector<Bytes> split;
+  const size_t step = (raw.size() + parts - 1) / parts;
+  for (size_t at = 0; at < raw.size(); at += step) {
+    split.emplace_back(raw.begin() + at, raw.begin() + std::min(raw.size(), at + step));
+  }
+  return split;
+}
+
+}  // namespace
+
+uint32_t ChunkCRC(const Chunk& chunk) {
+  uLong crc = crc32(0, reinterpret_cast<const Bytef*>(chunk.type.data()), 4);
+  // crc32 of a null buffer is its initial value, whatever the CRC so far.
+  if (chunk.data.empty()) return static_cast<uint32_t>(crc);
+  return static_cast<uint32_t>(crc32(crc, chunk.data.data(), static_cast<uInt>(chunk.data.size())));
+}
+
+Chunk MakeChunk(const std::string& type, Bytes data) {
+  Chunk chunk{type, std::move(data), 0};
+  chunk.crc = ChunkCRC(chunk);
+  return chunk;
+}
+
+std::vector<Chunk> SplitChunks(const Bytes& png) {
+  std::vector<Chunk> chunks;
+  for (size_t at = 8; at + 12 <= png.size();) {
+    const uint32_t length = BigEndian(&png[at]);
+    if (length > png.size() - at - 12) break;
+    chunks.push_back({std::string(png.begin() + at + 4, png.begin() + at + 8),
+                      Bytes(png.begin() + at + 8, png.begin() + at + 8 + length),
+                      BigEndian(&png[at + 8 + length])});
+    at += 12 + length;
+  }
+  return chunks;
+}
+
+Bytes JoinChunks(const std::vector<Chunk>& chunks) {
+  Bytes out = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
+  for (const Chunk& c : chunks) {
+    AppendBigEndian(out, static_cast<uint32_t>(c.data.size()));
+    out.insert(out.end(), c.type.begin(), c.type.end());
+    out.insert(out.end(), c.data.begin(), c.data.end());
+    AppendBigEndian(out, c.crc);
+  }
+  return out;
+}
+
+Bytes CgBIStream(const Image& image, int parts, int total, bool end) {
+  const std::vector<Chunk> png = SplitChunks(Encode(image));
+  Bytes zlibStream;
+  for (const Chunk& c : png) {
+    if (c.type == "IDAT") zlibStream.insert(zlibStream.end(), c.data.begin(), c.data.end());
+  }
+  std::vector<Chunk> out = {MakeChunk("CgBI", {0x50, 0x00, 0x20, 0x06})};
+  for (const Chunk& c : png) {
+    if (c.type != "IDAT" && c.type != "IEND") out.push_back(c);
+    if (c.type != "IDAT" || out.back().type == "IDAT") continue;
+    for (Bytes& part : RawDeflate(zlibStream, parts)) out.push_back(MakeChunk("IDAT", part));
+  }
+  for (int i = static_cast<int>(out.size()); i < total; ++i) {
+    out.push_back(MakeChunk("tEXt", {'k', 0, static_cast<uint8_t>('a' + i % 26)}));
+  }
+  if (end) out.push_back(MakeChunk("IEND", {}));
+  return JoinChunks(out);
 }
 
 }  // namespace samples

@@ -44,6 +44,27 @@ Bytes Encode(const Image& image);
 // palette expanded, tRNS applied, no gamma. Throws std::runtime_error on a decode error.
 Bytes DecodeRGBA(const Bytes& png, uint32_t* width, uint32_t* height);
 
+// One chunk of a PNG stream: its type, its data and the CRC it carries.
+struct Chunk {
+  std::string type;
+  Bytes data;
+  uint32_t crc = 0;
+};
+
+// The CRC that belongs to the chunk's type and data.
+uint32_t ChunkCRC(const Chunk& chunk);
+// A chunk with its right CRC.
+Chunk MakeChunk(const std::string& type, Bytes data);
+// The chunks after the signature, as far as whole chunks go.
+std::vector<Chunk> SplitChunks(const Bytes& png);
+// The signature and the chunks, each with the CRC it carries.
+Bytes JoinChunks(const std::vector<Chunk>& chunks);
+
+// CgBI data: a "CgBI" chunk, the image's IHDR, its image data as raw deflate in `parts` IDAT
+// chunks, then text chunks up to `total` chunks, and IEND when asked. Split data is coded
+// without back-references, since it is inflated chunk by chunk through a 256-byte window.
+Bytes CgBIStream(const Image& image, int parts, int total, bool end);
+
 Bytes ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const Bytes& bytes);
 

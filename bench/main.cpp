@@ -1,0 +1,246 @@
+// The plug-in against bare libpng, side by side in one run: decode, rows and encode over a corpus
+// made at start, with ratios plug-in / libpng, and the peak memory of single decodes and encodes
+// measured in processes of their own.
+#include <benchmark/benchmark.h>
+#include <spawn.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "bench/Bare.h"
+#include "bench/Plugin.h"
+
+extern char** environ;
+
+namespace bench {
+namespace {
+
+// Median CPU time in nanoseconds of every benchmark, by name.
+class Collector : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+        medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> medians;
+};
+
+void Register(const std::string& name, std::function<size_t()> work) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [work](benchmark::State& state) {
+                                 for (auto _ : state) benchmark::DoNotOptimize(work());
+                               })
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.3)
+      ->Repetitions(3)
+      ->ReportAggregatesOnly(true);
+}
+
+void RegisterImage(const Image& image, Plugin& plugin) {
+  const std::string n = "/" + image.name;
+  auto png = std::make_shared<emu::Value>(plugin.String(image.png));
+  // Each decode makes its image anew, as the plug-in makes a new picture.
+  Register("decode/bare" + n, [&image] {
+    Bytes rgba;
+    return BareDecode(image.png, rgba);
+  });
+  Register("decode/string" + n, [&plugin, png] { return plugin.DecodeString(*png); });
+  Register("decode/reader" + n, [&plugin, png] { return plugin.ReadPicture(*png); });
+  Register("decode/spng" + n, [&image] {
+    Bytes rgba;
+    return SpngDecode(image.png, rgba);
+  });
+  Register("decode/stb" + n, [&image] { return StbDecode(image.png); });
+  if (image.interlaced) return;
+  Register("rows/bare" + n, [&image] { return BareRows(image.png); });
+  Register("rows/plugin" + n, [&plugin, png] { return plugin.ReadRows(*png); });
+  if (image.colorType == 3) return;
+  auto pictures = std::make_shared<std::pair<emu::Value, emu::Value>>(plugin.Pictures(image));
+  const bool alpha = image.colorType == 6;
+  Register("encode/bare" + n, [&image, alpha] { return BareEncode(image, alpha); });
+  Register("encode/string" + n,
+           [&plugin, pictures] { return plugin.EncodeString(pictures->first, pictures->second); });
+  Register("encode/writer" + n,
+           [&plugin, pictures] { return plugin.EncodeWriter(pictures->first, pictures->second); });
+}
+
+double Ratio(const std::map<std::string, double>& t, const std::string& a, const std::string& b) {
+  auto x = t.find(a), y = t.find(b);
+  return x == t.end() || y == t.end() || y->second <= 0 ? 0 : x->second / y->second;
+}
+
+double Median(std::vector<double> v) {
+  v.erase(std::remove(v.begin(), v.end(), 0.0), v.end());
+  if (v.empty()) return 0;
+  std::sort(v.begin(), v.end());
+  return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
+}
+
+std::string Fixed(double v) {
+  if (v == 0) return "-";
+  std::ostringstream s;
+  s.setf(std::ios::fixed);
+  s.precision(3);
+  s << v;
+  return s.str();
+}
+
+// The ratio table, one line an image, and the medians that the targets speak of.
+void PrintRatios(const std::vector<Image>& corpus, const std::map<std::string, double>& t) {
+  std::map<std::string, std::vector<double>> groups;
+  printf("\n%-18s %9s %9s %9s %9s %9s %9s %9s %9s\n", "image", "bare ms", "string", "reader",
+         "spng", "stb", "rows", "enc str", "enc wrt");
+  for (const Image& image : corpus) {
+    const std::string n = "/" + image.name;
+    const double decodeString = Ratio(t, "decode/string" + n, "decode/bare" + n);
+    const double decodeReader = Ratio(t, "decode/reader" + n, "decode/bare" + n);
+    const double rows = Ratio(t, "rows/plugin" + n, "rows/bare" + n);
+    const double encodeString = Ratio(t, "encode/string" + n, "encode/bare" + n);
+    const double encodeWriter = Ratio(t, "encode/writer" + n, "encode/bare" + n);
+    printf("%-18s %9.2f %9s %9s %9s %9s %9s %9s %9s\n", image.name.c_str(),
+           t.count("decode/bare" + n) ? t.at("decode/bare" + n) : 0.0, Fixed(decodeString).c_str(),
+           Fixed(decodeReader).c_str(),
+           Fixed(Ratio(t, "decode/spng" + n, "decode/bare" + n)).c_str(),
+           Fixed(Ratio(t, "decode/stb" + n, "decode/bare" + n)).c_str(), Fixed(rows).c_str(),
+           Fixed(encodeString).c_str(), Fixed(encodeWriter).c_str());
+    const std::string kind = image.interlaced       ? "decode interlaced"
+                             : image.colorType == 6 ? "decode plain RGBA"
+                             : image.colorType == 2 ? "decode plain RGB"
+                                                    : "decode palette";
+    groups[kind].push_back(decodeString);
+    groups[kind].push_back(decodeReader);
+    groups["rows"].push_back(rows);
+    groups["encode"].push_back(encodeString);
+    groups["encode"].push_back(encodeWriter);
+  }
+  const std::map<std::string, double> targets = {{"decode plain RGB", 1.05},
+                                                 {"decode plain RGBA", 1.15},
+                                                 {"decode interlaced", 1.15},
+                                                 {"rows", 1.02},
+                                                 {"encode", 1.05}};
+  printf("\n%-20s %8s %8s\n", "median ratio", "measured", "target");
+  for (const auto& [kind, values] : groups) {
+    auto target = targets.find(kind);
+    printf("%-20s %8s %8s\n", kind.c_str(), Fixed(Median(values)).c_str(),
+           target == targets.end() ? "-" : Fixed(target->second).c_str());
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Peak memory, one measurement a process
+// ---------------------------------------------------------------------------------------------
+
+long StatusKiB(const char* key) {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind(key, 0) == 0) return std::stol(line.substr(strlen(key)));
+  }
+  return -1;
+}
+
+// In the child: the peak resident size that one operation adds, in bytes.
+int MeasurePeak(const std::string& what, int megapixels) {
+  const bool interlaced = what == "decode-adam7";
+  Image image = MakeImage(megapixels, 6, interlaced);
+  Plugin plugin;
+  emu::Value png = plugin.String(image.png);
+  auto pictures = plugin.Pictures(image);
+  image.rgba = Bytes();
+  image.rgba.shrink_to_fit();
+  std::ofstream("/proc/self/clear_refs") << "5";
+  const long before = StatusKiB("VmRSS:");
+  if (what == "encode") {
+    plugin.EncodeString(pictures.first, pictures.second);
+  } else {
+    plugin.DecodeString(png);
+  }
+  printf("%ld\n", (StatusKiB("VmHWM:") - before) * 1024);
+  return 0;
+}
+
+long RunChild(const std::string& what, int megapixels) {
+  const std::string mp = std::to_string(megapixels);
+  const char* args[] = {"/proc/self/exe", "--peak", what.c_str(), mp.c_str(), nullptr};
+  int fds[2];
+  if (pipe(fds) != 0) return -1;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+  posix_spawn_file_actions_addclose(&actions, fds[0]);
+  pid_t pid = 0;
+  const int spawned =
+      posix_spawn(&pid, "/proc/self/exe", &actions, nullptr, const_cast<char**>(args), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(fds[1]);
+  std::string out;
+  char buffer[64];
+  ssize_t n;
+  while ((n = read(fds[0], buffer, sizeof buffer)) > 0) out.append(buffer, size_t(n));
+  close(fds[0]);
+  int status = 0;
+  if (spawned == 0) waitpid(pid, &status, 0);
+  return spawned == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? std::stol(out) : -1;
+}
+
+void PrintPeaks(const std::vector<int>& sizes) {
+  printf("\n%-14s %4s %14s %12s %14s\n", "peak memory", "MP", "bytes", "bytes/pixel",
+         "bound/pixel");
+  const double slack = 2.0 * 1024 * 1024;
+  for (const char* what : {"decode", "decode-adam7", "encode"}) {
+    for (int mp : sizes) {
+      const double pixels = mp == 1 ? 1e6 : mp == 4 ? 4e6 : 16e6;
+      const long peak = RunChild(what, mp);
+      // Picture and mask take 4 bytes a pixel each; an interlaced decode holds the image too.
+      const double perPixel = std::string(what) == "decode-adam7" ? 12 : 8;
+      printf("%-14s %4d %14ld %12.2f %14.2f\n", what, mp, peak, peak / pixels,
+             std::string(what) == "encode" ? 0.0 : perPixel + slack / pixels);
+    }
+  }
+}
+
+std::vector<int> Sizes(int& argc, char** argv) {
+  std::vector<int> sizes = {1, 4, 16};
+  for (int i = 1; i < argc; ++i) {
+    if (strncmp(argv[i], "--sizes=", 8) == 0) {
+      sizes.clear();
+      std::stringstream list(argv[i] + 8);
+      std::string item;
+      while (std::getline(list, item, ',')) sizes.push_back(std::stoi(item));
+      std::copy(argv + i + 1, argv + argc, argv + i);
+      --argc;
+      break;
+    }
+  }
+  return sizes;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+  if (argc == 4 && strcmp(argv[1], "--peak") == 0) {
+    return bench::MeasurePeak(argv[2], atoi(argv[3]));
+  }
+  const std::vector<int> sizes = bench::Sizes(argc, argv);
+  benchmark::Initialize(&argc, argv);
+  const std::vector<bench::Image> corpus = bench::MakeCorpus(sizes);
+  bench::Plugin plugin;
+  for (const bench::Image& image : corpus) bench::RegisterImage(image, plugin);
+  bench::Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  bench::PrintRatios(corpus, collector.medians);
+  bench::PrintPeaks(sizes);
+  return 0;
+}
