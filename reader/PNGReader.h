@@ -40,6 +40,9 @@ struct PNGReader {
   StringEventProc warningHook;
   REALobject owner;  // not locked: the record lives inside it
   MemorySource memory;
+  // ApplyOptions succeeded: libpng's rows are the ones RowBytes reports. Before, or after it
+  // failed midway, libpng may deliver rows of another size.
+  RBBoolean setUp;
 };
 
 // Instance data of PNGReaderKRV.

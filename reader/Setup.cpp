@@ -75,6 +75,7 @@ bool GetsRGB(PNGReader& r, int* intent) {
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
   if (!HasHandles(r) || !HasSource(r)) return false;
   if (setjmp(*r.jump)) return false;
+  r.setUp = false;
   png_set_sig_bytes(r.png, 0);
   png_read_info(r.png, r.info);
   StoreHeader(r);
@@ -84,6 +85,7 @@ bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
   r.passes = png_set_interlace_handling(r.png);
   png_read_update_info(r.png, r.info);
   r.colorType = png_get_color_type(r.png, r.info);
+  r.setUp = true;
   return true;
 }
 

@@ -1,7 +1,5 @@
 // pngkrv encode: PAM and PNG input through host pictures and PNGWriterKRV, its options, and its
 // failures.
-#include <sys/wait.h>
-
 #include "tests/e2e/test_writer_helpers.h"
 
 namespace e2e {
@@ -9,23 +7,8 @@ namespace {
 
 using samples::Bytes;
 
-struct ToolRun {
-  int status = -1;
-  std::string output;
-};
-
 ToolRun Encode(const std::string& arguments) {
-  ToolRun run;
-  const std::string command = std::string(PNGKRV_TOOL_PATH) + " --host " + Profile().name +
-                              " encode " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-  const int status = pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+  return RunTool("--host " + Profile().name + " encode " + arguments);
 }
 
 Bytes Decoded(const std::string& path) {
