@@ -213,6 +213,36 @@ typedef struct REALconstant9 {
   uint32_t mFlags;
 } REALconstant9;
 
+// The class definition of hosts with control version 9 or lower: the first
+// REAL_CLASS_HEADER_WORDS words of the current layout, pointing at arrays of the older records.
+typedef struct REALclassDefinition9 {
+  uint32_t version;
+  const char* name;
+  const char* superName;
+  size_t dataSize;
+  RBInteger forSystemUse;
+  REALproc constructor;
+  REALproc destructor;
+  REALproperty9* properties;
+  size_t propertyCount;
+  REALmethodDefinition9* methods;
+  size_t methodCount;
+  REALevent9* events;
+  size_t eventCount;
+  REALeventInstance* eventInstances;
+  size_t eventInstanceCount;
+  const char* interfaces;
+  REALattribute* attributes;
+  size_t attributeCount;
+  REALconstant9* constants;
+  size_t constantCount;
+  uint32_t mFlags;
+  REALproperty9* sharedProperties;
+  size_t sharedPropertyCount;
+  REALmethodDefinition9* sharedMethods;
+  size_t sharedMethodCount;
+} REALclassDefinition9;
+
 // ---------------------------------------------------------------------------------------------
 // Flags
 // ---------------------------------------------------------------------------------------------

@@ -7,9 +7,9 @@
 
 static_assert(offsetof(REALclassDefinition, delegates) == REAL_CLASS_HEADER_WORDS * sizeof(void*),
               "the shared class header must span REAL_CLASS_HEADER_WORDS words");
-static_assert(sizeof(LegacyClassDefinition) == REAL_CLASS_HEADER_WORDS * sizeof(void*),
+static_assert(sizeof(REALclassDefinition9) == REAL_CLASS_HEADER_WORDS * sizeof(void*),
               "the older class definition must be exactly the shared header");
-static_assert(offsetof(LegacyClassDefinition, mFlags) == offsetof(REALclassDefinition, mFlags),
+static_assert(offsetof(REALclassDefinition9, mFlags) == offsetof(REALclassDefinition, mFlags),
               "both class layouts must agree word for word");
 
 namespace {
@@ -71,7 +71,7 @@ bool ConvertArray(Source* source, size_t count, Convert convert, Copy*& copies, 
   return copies != nullptr || source == nullptr || count == 0;
 }
 
-void CopyClassHeader(const REALclassDefinition& def, LegacyClassDefinition& copy) {
+void CopyClassHeader(const REALclassDefinition& def, REALclassDefinition9& copy) {
   copy.version = def.version;
   copy.name = def.name;
   copy.superName = def.superName;
@@ -85,7 +85,7 @@ void CopyClassHeader(const REALclassDefinition& def, LegacyClassDefinition& copy
   copy.mFlags = def.mFlags;
 }
 
-bool ConvertClassArrays(REALclassDefinition& def, LegacyClassDefinition& copy) {
+bool ConvertClassArrays(REALclassDefinition& def, REALclassDefinition9& copy) {
   return ConvertArray(def.properties, def.propertyCount, CopyProperty, copy.properties,
                       copy.propertyCount) &&
          ConvertArray(def.methods, def.methodCount, CopyMethod, copy.methods, copy.methodCount) &&
@@ -98,7 +98,7 @@ bool ConvertClassArrays(REALclassDefinition& def, LegacyClassDefinition& copy) {
                       copy.sharedMethodCount);
 }
 
-void FreeLegacyClass(LegacyClassDefinition* def) {
+void FreeLegacyClass(REALclassDefinition9* def) {
   free(def->properties);
   free(def->methods);
   free(def->events);
@@ -115,7 +115,7 @@ void RegisterInHostLayout(REALclassDefinition& def, void (*registrar)(REALclassD
     registrar(&def);
     return;
   }
-  LegacyClassDefinition* legacy = FixClass(def);
+  REALclassDefinition9* legacy = FixClass(def);
   // A partial copy would hand the host counts without arrays; such a class stays unregistered.
   if (legacy == nullptr) return;
   memcpy(&def, legacy, sizeof(*legacy));
@@ -337,8 +337,8 @@ REALproperty9* FixProperties(const REALproperty* properties, size_t count) {
   return ConvertRecords<REALproperty9>(properties, count, CopyProperty);
 }
 
-LegacyClassDefinition* FixClass(REALclassDefinition& def) {
-  LegacyClassDefinition* copy = AllocateRecords<LegacyClassDefinition>(1);
+REALclassDefinition9* FixClass(REALclassDefinition& def) {
+  REALclassDefinition9* copy = AllocateRecords<REALclassDefinition9>(1);
   if (copy == nullptr) return nullptr;
   CopyClassHeader(def, *copy);
   if (!ConvertClassArrays(def, *copy)) {

@@ -9,36 +9,6 @@
 
 #include "host/HostRuntime.h"
 
-// The class definition of hosts with control version 9 or lower: the first
-// REAL_CLASS_HEADER_WORDS words of the current layout, pointing at arrays of the older records.
-struct LegacyClassDefinition {
-  uint32_t version;
-  const char* name;
-  const char* superName;
-  size_t dataSize;
-  RBInteger forSystemUse;
-  REALproc constructor;
-  REALproc destructor;
-  REALproperty9* properties;
-  size_t propertyCount;
-  REALmethodDefinition9* methods;
-  size_t methodCount;
-  REALevent9* events;
-  size_t eventCount;
-  REALeventInstance* eventInstances;
-  size_t eventInstanceCount;
-  const char* interfaces;
-  REALattribute* attributes;
-  size_t attributeCount;
-  REALconstant9* constants;
-  size_t constantCount;
-  uint32_t mFlags;
-  REALproperty9* sharedProperties;
-  size_t sharedPropertyCount;
-  REALmethodDefinition9* sharedMethods;
-  size_t sharedMethodCount;
-};
-
 // The definition version the tables are written in and modules are built with.
 constexpr uint32_t kTableVersion = 13;
 
@@ -75,7 +45,7 @@ void FixConsoleFlags(REALmethodDefinition* methods, size_t count);
 // FixClass points each source event's host word at its copy and yields null when an allocation
 // fails; its arrays go to the host, its header is the caller's to free().
 REALproperty9* FixProperties(const REALproperty* properties, size_t count);
-LegacyClassDefinition* FixClass(REALclassDefinition& def);
+REALclassDefinition9* FixClass(REALclassDefinition& def);
 
 // Register with the host, converting to the older layout where the host needs it.
 void MyREALRegisterClass(REALclassDefinition& def);

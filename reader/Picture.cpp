@@ -109,7 +109,7 @@ unsigned char* AllocateRow(const PNGReader& r) {
 }
 
 bool Decodable(const PNGReader& r) {
-  return HasHandles(r) && HasSource(r);
+  return HasHandles(r) && HasSource(r) && r.setUp;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Rows into memory blocks: one png_read_row into the block's memory, then for the alpha and mask
 // forms a compaction in place to one byte a pixel.
 #include "host/Exceptions.h"
+#include "host/Text.h"
 #include "reader/PNGReader.h"
 
 namespace {
@@ -13,8 +14,16 @@ bool ReadRowInto(PNGReader& r, void* row) {
   return true;
 }
 
-// The block must hold one decoded row: width × 4 bytes once set up (before set-up libpng refuses
-// the read itself). Hosts that cannot tell a block's size leave it unchecked.
+// Rows come only from a reader that ApplyOptions set up; before, or after it failed midway,
+// libpng's rows need not be the size RowBytes reports.
+bool SetUp(const PNGReader& r) {
+  if (r.setUp) return true;
+  RaiseMessageEvent(r.errorHook, r.owner, "ApplyOptions has not set the reader up.");
+  return false;
+}
+
+// The block must hold one decoded row: width × 4 bytes once set up. Hosts that cannot tell a
+// block's size leave it unchecked.
 bool BlockHoldsRow(const PNGReader& r, REALmemoryBlock block) {
   const RBInteger size = REALMemoryBlockGetSize(block);
   return size < 0 || size >= r.width * 4;
@@ -25,7 +34,7 @@ bool ReadRowIntoBlock(PNGReader& r, REALmemoryBlock block) {
     RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 0);
     return false;
   }
-  if (!HasHandles(r) || !HasSource(r) || !BlockHoldsRow(r, block)) return false;
+  if (!HasHandles(r) || !HasSource(r) || !SetUp(r) || !BlockHoldsRow(r, block)) return false;
   return ReadRowInto(r, REALMemoryBlockGetPtr(block));
 }
 
@@ -46,7 +55,7 @@ bool ReadCompacted(PNGReader& r, REALmemoryBlock block, bool complement) {
 }  // namespace
 
 REALmemoryBlock ReadRow(PNGReader& r) {
-  if (!HasHandles(r) || !HasSource(r)) return nullptr;
+  if (!HasHandles(r) || !HasSource(r) || !SetUp(r)) return nullptr;
   const RBInteger rowBytes = GetRowBytes(r);
   if (rowBytes > kMaxRowBytes) return nullptr;
   REALmemoryBlock block = REALNewMemoryBlockOriginal(rowBytes);

@@ -222,6 +222,25 @@ TEST_F(Hostile, HeadersBeyondTheLimits) {
   EXPECT_TRUE(DecodesInOneCall(widest));
 }
 
+// A failed ApplyOptions leaves libpng with a header, or transformations, that RowBytes does not
+// describe: rows are refused through the Error event rather than read past the block.
+TEST_F(Hostile, RowsAfterAFailedSetUp) {
+  const Bytes tooWide = Stream(Header(1000001, 1, 8, 2, false), {Compressed(Bytes(64, 0))});
+  const Bytes grey = samples::Encode(samples::Pattern(64, 2, 1, 0, false));
+  for (const auto& [png, gamma] : {std::pair{tooWide, 0.0}, std::pair{grey, 1e-300}}) {
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(png));
+    EXPECT_FALSE(reader.Ok("ApplyOptions", {gamma}));
+    const emu::Value block = Host().NewMemoryBlock(8);
+    EXPECT_FALSE(reader.Ok("ReadRow", {block}));
+    EXPECT_FALSE(reader.Ok("ReadRowMaskOnly", {block}));
+    EXPECT_TRUE(reader.Call("ReadRow").IsNil());
+    EXPECT_FALSE(reader.Ok("ReadPicture"));
+    ASSERT_EQ(reader.errors.size(), 4u) << "ApplyOptions, then each row read";
+    EXPECT_EQ(reader.errors[3], "ApplyOptions has not set the reader up.");
+  }
+}
+
 // Indices past the palette decode as black; a tRNS longer than the palette is dropped with a
 // warning; an empty IDAT is skipped, and alone it is not enough image data.
 TEST_F(Hostile, PaletteTransparencyAndEmptyImageData) {

@@ -165,7 +165,7 @@ TEST_F(RegistrationTest, OldHostsGetTheOlderLayoutCopiedOverTheTable) {
   ASSERT_EQ(captures_.classes.size(), 1u);
   EXPECT_EQ(captures_.classes[0].at, &sample.def);
   EXPECT_EQ(sample.def.enums, &sample);  // a word the older layout lacks stays untouched
-  LegacyClassDefinition view;
+  REALclassDefinition9 view;
   memcpy(&view, &sample.def, sizeof(view));
   EXPECT_EQ(view.dataSize, 48u);
   EXPECT_EQ(view.constructor, Handler<7>);
