@@ -4,6 +4,7 @@
 
 #include <ffi.h>
 
+#include <array>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -233,6 +234,10 @@ struct Host::State {
 
   // Objects
   std::unordered_map<const void*, std::unique_ptr<Object>> objects;
+  // The last handles Find looked up: a plug-in's calls keep coming back to the same few objects
+  // (its instance, the block it reads into), and a host would not pay a table lookup for them.
+  mutable std::array<std::pair<const void*, Object*>, 4> recent{};
+  mutable size_t nextRecent = 0;
   std::deque<const void*> graveyard;
   std::map<const void*, std::unique_ptr<unsigned char[]>> stringData;
   std::vector<std::string> auditErrors;
@@ -247,8 +252,15 @@ struct Host::State {
   template <typename T>
   T* Add(std::unique_ptr<T> object) {
     T* raw = object.get();
+    Forget(raw->Handle());
     objects[raw->Handle()] = std::move(object);
     return raw;
+  }
+  // Drops a handle from the lookup cache of Find.
+  void Forget(const void* handle) const {
+    for (auto& entry : recent) {
+      if (entry.first == handle) entry = {nullptr, nullptr};
+    }
   }
   Object* Find(const void* handle) const;
   Object* Live(const void* handle, const char* entry);

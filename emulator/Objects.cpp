@@ -45,8 +45,13 @@ void Host::State::Fault(std::string message) {
 }
 
 Object* Host::State::Find(const void* handle) const {
+  for (const auto& entry : recent) {
+    if (entry.first == handle && handle != nullptr) return entry.second;
+  }
   auto it = objects.find(handle);
-  return it == objects.end() ? nullptr : it->second.get();
+  if (it == objects.end()) return nullptr;
+  recent[nextRecent++ % recent.size()] = {handle, it->second.get()};
+  return it->second.get();
 }
 
 Object* Host::State::Live(const void* handle, const char* entry) {
@@ -125,6 +130,7 @@ void Host::State::Bury(Object* object) {
   object->FreePayload();
   graveyard.push_back(object->Handle());
   if (graveyard.size() > kGraveyardSize) {
+    Forget(graveyard.front());
     objects.erase(graveyard.front());
     graveyard.pop_front();
   }
@@ -134,6 +140,7 @@ void Host::State::Reset() {
   // Values released while the table is cleared (say, captured by event handlers) must find
   // themselves out of date rather than touch the table.
   ++generation;
+  recent.fill({nullptr, nullptr});
   objects.clear();
   graveyard.clear();
   stringData.clear();

@@ -119,7 +119,7 @@ struct Session {
         Call("SetAlphas");
         break;
       case 12:
-        Call("OpenWriteDestination", {emu::Value::AdoptObject(nullptr)});
+        Call("OpenWriteDestination", {emu::Value()});
         break;
       case 13:
         Call("WriteInfo");
