@@ -239,7 +239,14 @@ struct Host::State {
   mutable std::array<std::pair<const void*, Object*>, 4> recent{};
   mutable size_t nextRecent = 0;
   std::deque<const void*> graveyard;
-  std::map<const void*, std::unique_ptr<unsigned char[]>> stringData;
+  // Records handed out by PluginGetStringData, by their private token: converted bytes in a copy
+  // of their own, or, where nothing needed converting, the string's own bytes with a reference
+  // on the string that keeps them for as long as the record is out.
+  struct StringDataRecord {
+    std::unique_ptr<unsigned char[]> copy;
+    void* retained = nullptr;
+  };
+  std::map<const void*, std::unique_ptr<StringDataRecord>> stringData;
   std::vector<std::string> auditErrors;
 
   // Calls into the plug-in

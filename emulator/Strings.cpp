@@ -104,23 +104,27 @@ RBBoolean GetStringData(REALstring str, uint32_t encoding, REALstringData* out) 
     *out = REALstringData{};
     StringObject* o = LiveString(s, str, "PluginGetStringData");
     if (o == nullptr) return 0;
-    // Bytes that need no conversion are copied once, straight from the string.
+    auto record = std::make_unique<Host::State::StringDataRecord>();
     const uint32_t from = static_cast<uint32_t>(o->record.encoding);
-    std::optional<std::string> converted;
     if (NeedsConversion(from, encoding)) {
-      converted = Convert(o->Bytes(), from, encoding);
+      std::optional<std::string> converted = Convert(o->Bytes(), from, encoding);
       if (!converted) return 0;
+      record->copy.reset(new unsigned char[converted->size() + kStringPadding]);
+      std::memcpy(record->copy.get(), converted->data(), converted->size());
+      std::memset(record->copy.get() + converted->size(), 0, kStringPadding);
+      out->data = record->copy.get();
+      out->length = converted->size();
+    } else {
+      // The string's own bytes, kept alive by a reference while the record is out.
+      s.LockEntry(str, true, "PluginGetStringData");
+      record->retained = str;
+      out->data = o->Bytes().data();
+      out->length = o->Bytes().size();
     }
-    const std::string_view bytes = converted ? std::string_view(*converted) : o->Bytes();
-    auto copy = std::unique_ptr<unsigned char[]>(new unsigned char[bytes.size() + kStringPadding]);
-    std::memcpy(copy.get(), bytes.data(), bytes.size());
-    std::memset(copy.get() + bytes.size(), 0, kStringPadding);
-    out->data = copy.get();
-    out->length = bytes.size();
     out->encoding = encoding;
-    out->private1 = copy.get();
+    out->private1 = record.get();
     out->private2 = kStringDataTag;
-    s.stringData[copy.get()] = std::move(copy);
+    s.stringData[record.get()] = std::move(record);
     return 1;
   });
 }
@@ -136,8 +140,10 @@ void DisposeStringData(REALstringData* data) noexcept {
       s.Fault("PluginDisposeStringData: record not issued or already disposed");
       return;
     }
+    void* retained = it->second->retained;
     s.stringData.erase(it);
     *data = REALstringData{};
+    if (retained) s.UnlockEntry(retained, true, "PluginDisposeStringData");
   });
 }
 

@@ -73,18 +73,13 @@ class PictureWriter : public PictureEditor {
   // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767).
   bool NewPictureWriter(int width, int height);
 
-  // Stores one pixel of components c1, c2, c3 at the destination and moves on by one pixel. For
-  // codes 1, 3, 5 the word is 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is
-  // c1 << 24 | c2 << 16 | c3 << 8 | 0xFF, for 8 it is c1 | c2 << 8 | c3 << 16; other codes store
-  // nothing and stay in place.
-  void StorePixel(uint32_t c1, uint32_t c2, uint32_t c3) {
-    destination = Store(pixelFormat, destination, c1, c2, c3);
-  }
-
-  // The same for loops that keep the format and the destination in locals: returns where the
-  // next pixel goes.
-  static inline uint32_t* Store(int32_t format, uint32_t* to, uint32_t c1, uint32_t c2,
-                                uint32_t c3);
+  // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is one
+  // word of components c1, c2, c3 = B, G, R (R, G, B with `swap`): for codes 1, 3, 5 the word is
+  // 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is c1 << 24 | c2 << 16 | c3 << 8 | 0xFF,
+  // for 8 it is c1 | c2 << 8 | c3 << 16; other codes store nothing.
+  void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
+  // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
+  void StoreMaskRow(const unsigned char* row, RBInteger width);
 
   // Moves the destination to the start of the next row (back to the top after the last).
   void NextRow();
@@ -92,27 +87,6 @@ class PictureWriter : public PictureEditor {
   uint32_t* destination = nullptr;
   RBInteger row = 0;
 };
-
-inline uint32_t* PictureWriter::Store(int32_t format, uint32_t* to, uint32_t c1, uint32_t c2,
-                                      uint32_t c3) {
-  switch (format) {
-    case 1:
-    case 3:
-    case 5:
-      *to = 0xFF000000u | c1 << 16 | c2 << 8 | c3;
-      return to + 1;
-    case 2:
-    case 4:
-    case 6:
-      *to = c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
-      return to + 1;
-    case 8:
-      *to = c1 | c2 << 8 | c3 << 16;
-      return to + 1;
-    default:
-      return to;
-  }
-}
 
 // Both resolutions of `from` onto `to`, when both can be read and are at least 1.
 void CopyPictureResolutions(REALpicture from, REALpicture to);

@@ -11,37 +11,15 @@ namespace {
 constexpr int64_t kMaxBuffer = 0x7FFFFFFF;
 
 // Colour of each pixel into the picture, always opaque; with `swap` red and blue trade places.
-// The format and destinations stay in locals so the loop keeps them in registers.
 void ConvertRGBRow(const unsigned char* row, RBInteger width, bool swap, PictureWriter& pict) {
-  const int first = swap ? 0 : 2;
-  const int last = swap ? 2 : 0;
-  const int32_t format = pict.pixelFormat;
-  uint32_t* to = pict.destination;
-  for (RBInteger x = 0; x < width; ++x, row += 4) {
-    to = PictureWriter::Store(format, to, row[first], row[1], row[last]);
-  }
-  pict.destination = to;
-  pict.NextRow();
+  pict.StoreColourRow(row, width, swap);
 }
 
 // Colour into the picture and 255 − alpha into the mask: black shows, white hides.
 void ConvertRGBARow(const unsigned char* row, RBInteger width, bool swap, PictureWriter& pict,
                     PictureWriter& mask) {
-  const int first = swap ? 0 : 2;
-  const int last = swap ? 2 : 0;
-  const int32_t format = pict.pixelFormat;
-  const int32_t maskFormat = mask.pixelFormat;
-  uint32_t* to = pict.destination;
-  uint32_t* maskTo = mask.destination;
-  for (RBInteger x = 0; x < width; ++x, row += 4) {
-    to = PictureWriter::Store(format, to, row[first], row[1], row[last]);
-    const uint32_t m = 255u - row[3];
-    maskTo = PictureWriter::Store(maskFormat, maskTo, m, m, m);
-  }
-  pict.destination = to;
-  mask.destination = maskTo;
-  pict.NextRow();
-  mask.NextRow();
+  pict.StoreColourRow(row, width, swap);
+  mask.StoreMaskRow(row, width);
 }
 
 void Replace(REALpicture& field, REALpicture picture) {
