@@ -71,11 +71,16 @@ class BitmapStore : public PixelStore {
     CheckSize(width, height, 4);
     const uint64_t row = uint64_t{width} * 4 + padding;
     if (row * height > kMaxPictureBytes) throw std::bad_alloc();
-    // The pixels are left for Fill or Put; only the padding gets its marker now.
+    // The pixels are left for Fill or Put; the padding, and in formats without an alpha byte the
+    // ignored byte of every pixel, get the marker now.
     pixels_.reset(new unsigned char[row * height]);
     context_ = {pixels_.get(), width, height, row, 32, static_cast<uint32_t>(alphaInfo)};
-    for (size_t y = 0; y < height && padding > 0; ++y) {
-      std::memset(At(width, y), kPaddingByte, padding);
+    if (!alphaByte_) {
+      std::memset(pixels_.get(), kPaddingByte, row * height);
+    } else {
+      for (size_t y = 0; y < height && padding > 0; ++y) {
+        std::memset(At(width, y), kPaddingByte, padding);
+      }
     }
     LiveContexts().insert(&context_);
   }

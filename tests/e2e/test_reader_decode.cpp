@@ -97,58 +97,40 @@ samples::Image Ramp(double fileGamma) {
   return image;
 }
 
-Bytes RedSamples(const Bytes& rgba) {
+// The red samples of a ramp decoded with ApplyOptions(gamma, screen gamma).
+Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
+  Reader reader;
+  if (!reader.OpenData(samples::Encode(Ramp(fileGamma))) ||
+      !reader.Ok("ApplyOptions", {gamma, screenGamma})) {
+    return {};
+  }
+  const std::string row = Host().BlockBytes(reader.Call("ReadRow"));
   Bytes red;
-  for (size_t i = 0; i < rgba.size(); i += 4) red.push_back(rgba[i]);
+  for (size_t i = 0; i < row.size(); i += 4) red.push_back(static_cast<uint8_t>(row[i]));
   return red;
 }
 
-Bytes Identity() {
-  Bytes ramp;
-  for (int x = 0; x < 256; ++x) ramp.push_back(static_cast<uint8_t>(x));
-  return ramp;
-}
-
-void ExpectCorrected(const Bytes& red, double exponent) {
-  ASSERT_EQ(red.size(), 256u);
-  for (int x = 0; x < 256; ++x) {
-    const double expected = 255.0 * pow(x / 255.0, exponent);
-    EXPECT_NEAR(red[x], expected, 1.0) << "sample " << x;
-  }
-}
-
 TEST_F(ReaderDecode, GammaRules) {
-  {
-    SCOPED_TRACE("no gAMA chunk, default gamma: samples unchanged");
-    Reader reader;
-    EXPECT_EQ(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.0)), 0.0)), Identity());
-  }
-  {
-    SCOPED_TRACE("gamma -1 ignores the file's gAMA chunk");
-    Reader reader;
-    EXPECT_EQ(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.45455)), -1.0)),
-              Identity());
-  }
-  {
-    SCOPED_TRACE("default gamma uses the file gamma against screen gamma 1.8");
-    Reader reader;
-    ExpectCorrected(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.45455)), 0.0)),
-                    1.0 / (0.45455 * 1.8));
-  }
-  {
-    SCOPED_TRACE("gamma 2.2 stands for a file gamma of 1/2.2");
-    Reader reader;
-    ExpectCorrected(RedSamples(DecodeThroughRows(reader, samples::Encode(Ramp(0.0)), 2.2)),
-                    2.2 / 1.8);
-  }
-  {
-    SCOPED_TRACE("an explicit screen gamma");
-    Reader reader;
-    ASSERT_TRUE(reader.OpenData(samples::Encode(Ramp(0.0))));
-    ASSERT_TRUE(reader.Ok("ApplyOptions", {2.2, 2.2}));
-    emu::Value row = reader.Call("ReadRow");
-    const std::string bytes = Host().BlockBytes(row);
-    ExpectCorrected(RedSamples(Bytes(bytes.begin(), bytes.end())), 1.0);
+  struct Case {
+    const char* what;
+    double fileGamma, gamma, screenGamma;
+    double exponent;  // of the correction expected; 1 leaves the samples unchanged
+  };
+  const Case cases[] = {
+      {"no gAMA chunk, default gamma", 0.0, 0.0, -1.0, 1.0},
+      {"gamma -1 ignores the gAMA chunk", 0.45455, -1.0, -1.0, 1.0},
+      {"the file gamma against screen gamma 1.8", 0.45455, 0.0, -1.0, 1.0 / (0.45455 * 1.8)},
+      {"gamma 2.2 stands for a file gamma of 1/2.2", 0.0, 2.2, -1.0, 2.2 / 1.8},
+      {"an explicit screen gamma", 0.0, 2.2, 2.2, 1.0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const Bytes red = DecodedRamp(c.fileGamma, c.gamma, c.screenGamma);
+    ASSERT_EQ(red.size(), 256u);
+    for (int x = 0; x < 256; ++x) {
+      EXPECT_NEAR(red[x], 255.0 * pow(x / 255.0, c.exponent), c.exponent == 1.0 ? 0.0 : 1.0)
+          << "sample " << x;
+    }
   }
 }
 

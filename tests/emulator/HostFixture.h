@@ -1,0 +1,31 @@
+// A host started afresh for each test and audited at its end, and the host's entry points looked
+// up through its resolver, as a plug-in looks them up.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "emulator/Emulator.h"
+
+namespace emutest {
+
+template <typename Fn>
+Fn Entry(const char* name) {
+  return reinterpret_cast<Fn>(emu::Host::Resolver()(name));
+}
+
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Restart("desktop-2019.1"); }
+  void TearDown() override {
+    const emu::AuditReport report = host.Audit();
+    EXPECT_TRUE(report.Clean()) << report.Format();
+  }
+  void Restart(const char* profile) {
+    host.Shutdown();
+    host.Start(*emu::FindProfile(profile));
+  }
+
+  emu::Host& host = emu::Host::Instance();
+};
+
+}  // namespace emutest

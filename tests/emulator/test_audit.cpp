@@ -1,0 +1,191 @@
+// The audit against every fault a plug-in can commit through the entry points. The end-to-end
+// suite takes a clean audit as proof that the plug-in gave back all it took and touched only live
+// handles, so a fault the audit misses would pass there unseen.
+#include <cstring>
+#include <functional>
+
+#include "tests/emulator/HostFixture.h"
+
+namespace {
+
+using emutest::Entry;
+using emutest::HostTest;
+
+// Two classes, registered straight through the resolver: one with an event, one without.
+REALevent gEvents[] = {{"Changed()", 0, 0, nullptr}};
+REALclassDefinition Class(const char* name, size_t eventCount) {
+  REALclassDefinition c{};
+  c.version = 13;
+  c.name = name;
+  c.dataSize = sizeof(RBInteger);
+  c.events = gEvents;
+  c.eventCount = eventCount;
+  return c;
+}
+REALclassDefinition gProbe = Class("Probe", 1);
+REALclassDefinition gOther = Class("Other", 0);
+
+// An instance of `def`, with both classes registered.
+emu::Value New(emu::Host& host, const REALclassDefinition& def) {
+  for (REALclassDefinition* c : {&gProbe, &gOther}) {
+    Entry<void (*)(REALclassDefinition*)>("PluginRegisterClass")(c);
+  }
+  return host.New(def.name);
+}
+
+REALstring Build(const char* text) {
+  return Entry<REALBuildStringWithEncodingProc>("REALBuildStringWithEncoding")(
+      text, static_cast<int32_t>(std::strlen(text)), kREALTextEncodingUTF8);
+}
+
+void UnlockString(REALstring s) {
+  Entry<REALStringProc>("REALUnlockString")(s);
+}
+
+REALpicture NewPicture(RBInteger width) {
+  return Entry<NewPictureProc>("newPicture")(width, 1, 32);
+}
+
+emu::Value Picture(RBInteger width) {
+  return emu::Value::AdoptObject(NewPicture(width));
+}
+
+bool Lock(REALpicture picture, int32_t type) {
+  REALpictureDescription desc{};
+  return Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(picture, &desc, type);
+}
+
+void SetMask(const emu::Value& picture, const emu::Value& mask) {
+  auto load = Entry<REALLoadObjectMethodProc>("REALLoadObjectMethod");
+  auto set = reinterpret_cast<void (*)(REALobject, REALpicture)>(
+      load(picture.AsObject(), "Mask(assigns newMask As Picture)"));
+  set(picture.AsObject(), mask.As<REALpicture>());
+}
+
+REALproc ColorGetProc(const emu::Value& array) {
+  return Entry<PluginArrayGetProcProc>("PluginColorArrayGetProc")(array.As<REALarray>());
+}
+
+struct Fault {
+  const char* what;
+  const char* profile;
+  std::function<void(emu::Host&)> commit;
+  const char* reported;  // a part of the audit's report
+};
+
+const Fault kFaults[] = {
+    {"a string never given back", "desktop-2019.1", [](emu::Host&) { Build("kept"); },
+     "live string"},
+    {"a string given back twice", "desktop-2019.1",
+     [](emu::Host&) {
+       REALstring s = Build("twice");
+       UnlockString(s);
+       UnlockString(s);
+     },
+     "REALUnlockString: freed string"},
+    {"an object given back as a string", "desktop-2019.1",
+     [](emu::Host& host) { UnlockString(host.NewMemoryBlock(1).As<REALstring>()); },
+     "wrong entry point for a memory block"},
+    {"a pointer that is no handle", "desktop-2019.1",
+     [](emu::Host&) {
+       RBInteger local = 0;
+       Entry<REALObjectProc>("REALUnlockObject")(reinterpret_cast<REALobject>(&local));
+     },
+     "unknown handle"},
+    {"string data never disposed", "desktop-2019.1",
+     [](emu::Host& host) {
+       REALstringData d;
+       Entry<PluginGetStringDataProc>("PluginGetStringData")(host.MakeString("x").AsString(),
+                                                             kREALTextEncodingUTF16, &d);
+     },
+     "1 string data record(s) not disposed"},
+    {"string data disposed twice", "desktop-2019.1",
+     [](emu::Host& host) {
+       REALstringData d;
+       Entry<PluginGetStringDataProc>("PluginGetStringData")(host.MakeString("x").AsString(),
+                                                             kREALTextEncodingUTF8, &d);
+       REALstringData copy = d;
+       auto dispose = Entry<PluginDisposeStringDataProc>("PluginDisposeStringData");
+       dispose(&d);
+       dispose(&copy);
+     },
+     "already disposed"},
+    {"a created mask never given back", "desktop-2019.1",
+     [](emu::Host&) {
+       Entry<REALGetPictureMaskProc>("REALGetPictureMask")(Picture(1).As<REALpicture>(), 1);
+     },
+     "made by REALGetPictureMask"},
+    {"a graphics object never given back", "desktop-2019.1",
+     [](emu::Host&) {
+       Entry<PictureGraphicsGetterProc>("pluginPictureGraphicsGetter")(
+           Picture(1).As<REALpicture>());
+     },
+     "live graphics"},
+    {"a picture left locked", "desktop-2019.1",
+     [](emu::Host&) { Lock(NewPicture(1), pictureCGBitmapContext); }, "left locked"},
+    {"a picture freed while locked", "desktop-2019.1",
+     [](emu::Host&) { Lock(Picture(1).As<REALpicture>(), pictureCGBitmapContext); },
+     "freed with its description locked"},
+    {"an unlock without a lock", "desktop-2019.1",
+     [](emu::Host&) {
+       Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(
+           Picture(1).As<REALpicture>());
+     },
+     "description is not locked"},
+    {"a failed lock not ended on a host before 2012", "desktop-2011.5",
+     [](emu::Host&) { EXPECT_FALSE(Lock(NewPicture(1), pictureGDPtr)); }, "left locked"},
+    {"a mask of another size", "desktop-2019.1",
+     [](emu::Host&) { SetMask(Picture(2), Picture(3)); },
+     "the mask must be another picture of the picture's size"},
+    {"a mask on a picture with alpha channel", "desktop-2019.1",
+     [](emu::Host& host) {
+       emu::PictureOptions alpha;
+       alpha.alphaChannel = true;
+       SetMask(host.MakePicture(1, 1, std::string(4, '\0'), alpha), Picture(1));
+     },
+     "takes no mask"},
+    {"class data asked with another class", "desktop-2019.1",
+     [](emu::Host& host) {
+       Entry<REALGetClassDataProc>("REALGetClassData")(New(host, gProbe).AsObject(), &gOther);
+     },
+     "Probe is not of the class Other"},
+    {"an event asked of an object of another class", "desktop-2019.1",
+     [](emu::Host& host) {
+       Entry<GetEventInstanceProc>("GetEventInstance")(New(host, gOther).AsObject(), &gEvents[0]);
+     },
+     "Other has no event Changed()"},
+    {"an event record the host never saw", "desktop-2019.1",
+     [](emu::Host& host) {
+       REALevent copy = gEvents[0];
+       Entry<GetEventInstanceProc>("GetEventInstance")(New(host, gProbe).AsObject(), &copy);
+     },
+     "not a registered event record"},
+    {"an event record whose host word was changed", "desktop-2019.1",
+     [](emu::Host& host) {
+       emu::Value probe = New(host, gProbe);
+       gEvents[0].forSystemUse += 1;
+       Entry<GetEventInstanceProc>("GetEventInstance")(probe.AsObject(), &gEvents[0]);
+     },
+     "host word of event Changed() was changed"},
+    {"an array asked for as another kind", "desktop-2019.1",
+     [](emu::Host& host) { ColorGetProc(host.MakeIntegerArray({1})); }, "asked for an array of"},
+    {"an array element past the end", "desktop-2019.1",
+     [](emu::Host& host) {
+       emu::Value colors = host.MakeColorArray({1});
+       reinterpret_cast<REALColorArrayGetter>(ColorGetProc(colors))(colors.As<REALarray>(), 1);
+     },
+     "index 1 out of bounds"},
+};
+
+TEST_F(HostTest, AuditReportsEveryFault) {
+  for (const Fault& fault : kFaults) {
+    SCOPED_TRACE(fault.what);
+    Restart(fault.profile);
+    fault.commit(host);
+    const std::string report = host.Audit().Format();
+    EXPECT_NE(report.find(fault.reported), std::string::npos) << report;
+  }
+  Restart("desktop-2019.1");  // drops what the faults left behind
+}
+
+}  // namespace
