@@ -1,27 +1,33 @@
 #include "tests/e2e/test_writer_helpers.h"
 
-#include <string.h>
+#include <stdio.h>
+
+#include <functional>
 
 namespace e2e {
 
 namespace {
 
-struct Source {
-  const samples::Bytes* bytes;
-  size_t position;
-};
-
-void ReadFromSource(png_structp png, png_bytep out, png_size_t length) {
-  auto* source = static_cast<Source*>(png_get_io_ptr(png));
-  if (source->bytes->size() - source->position < length) png_error(png, "truncated");
-  memcpy(out, source->bytes->data() + source->position, length);
-  source->position += length;
+bool ReadAll(png_structp png, png_infop info, int transforms) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_png(png, info, transforms, nullptr);
+  return true;
 }
 
-bool ReadAll(png_structp png, png_infop info) {
-  if (setjmp(png_jmpbuf(png))) return false;
-  png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-  return true;
+// Reads the whole stream with `transforms` and hands the result to `collect`; false when libpng
+// fails.
+bool Read(const samples::Bytes& png, int transforms,
+          const std::function<void(png_structp, png_infop)>& collect) {
+  FILE* file = fmemopen(const_cast<uint8_t*>(png.data()), png.size(), "rb");
+  if (file == nullptr) return false;
+  png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(reader);
+  png_init_io(reader, file);
+  const bool ok = ReadAll(reader, info, transforms);
+  if (ok) collect(reader, info);
+  png_destroy_read_struct(&reader, &info, nullptr);
+  fclose(file);
+  return ok;
 }
 
 void CollectChunks(png_structp png, png_infop info, ReadBack& out) {
@@ -54,6 +60,17 @@ void CollectChunks(png_structp png, png_infop info, ReadBack& out) {
   for (png_uint_32 y = 0; y < out.height; ++y) out.rows.emplace_back(rows[y], rows[y] + rowBytes);
 }
 
+void CollectRgba(png_structp png, png_infop info, ReadBack& out) {
+  const int channels = png_get_channels(png, info);
+  png_bytepp rows = png_get_rows(png, info);
+  for (png_uint_32 y = 0; y < out.height; ++y) {
+    for (png_uint_32 x = 0; x < out.width; ++x) {
+      const png_bytep p = rows[y] + x * channels;
+      out.rgba.insert(out.rgba.end(), {p[0], p[1], p[2], channels == 4 ? p[3] : uint8_t{255}});
+    }
+  }
+}
+
 }  // namespace
 
 Writer::Writer(bool withEvents) {
@@ -65,21 +82,33 @@ Writer::Writer(bool withEvents) {
   object = Host().New("PNGWriterKRV", events);
 }
 
-emu::Value Writer::Call(const char* name, std::vector<emu::Arg> args) {
-  return Host().Call(object, name, std::move(args));
-}
-
-RBInteger Writer::Int(const char* property) {
-  return Host().GetProperty(object, property).AsInteger();
-}
-
-void Writer::Set(const char* property, RBInteger value) {
-  Host().SetProperty(object, property, emu::Value(value));
-}
-
 samples::Bytes Writer::Finish() {
   const std::string bytes = Call("Finish").Bytes();
   return samples::Bytes(bytes.begin(), bytes.end());
+}
+
+void LoadRows(Writer& w, const samples::Image& image) {
+  w.Set("Width", image.width);
+  w.Set("Type", image.colorType);
+  EXPECT_TRUE(w.Ok("SetRows", {RowsArray(image.rows)}));
+}
+
+void SetHeaderAndPalette(Writer& w) {
+  EXPECT_TRUE(w.Ok("SetHeader"));
+  if (w.Int("Type") != 3) return;
+  EXPECT_TRUE(w.Ok("SetPalette"));
+  EXPECT_TRUE(w.Ok("SetAlphas"));
+}
+
+samples::Bytes WriteStream(Writer& w, const std::string& file) {
+  EXPECT_TRUE(w.Ok("OpenWriteDestination", {file.empty() ? kNil : Host().MakeFolderItem(file)}));
+  EXPECT_TRUE(w.Ok("WriteInfo"));
+  EXPECT_TRUE(w.Ok("WriteRows"));
+  EXPECT_TRUE(w.Ok("WriteEnd"));
+  EXPECT_TRUE(w.errors.empty()) << w.errors[0];
+  if (file.empty()) return w.Finish();
+  w.Call("CloseDestination");
+  return samples::ReadFile(file);
 }
 
 std::string RaisedMessage() {
@@ -89,42 +118,11 @@ std::string RaisedMessage() {
 
 ReadBack ReadWithLibpng(const samples::Bytes& png) {
   ReadBack out;
-  png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(reader);
-  Source source = {&png, 0};
-  png_set_read_fn(reader, &source, ReadFromSource);
-  out.ok = ReadAll(reader, info);
-  if (out.ok) CollectChunks(reader, info, out);
-  png_destroy_read_struct(&reader, &info, nullptr);
+  out.ok = Read(png, PNG_TRANSFORM_IDENTITY,
+                [&](png_structp p, png_infop info) { CollectChunks(p, info, out); }) &&
+           Read(png, PNG_TRANSFORM_EXPAND | PNG_TRANSFORM_GRAY_TO_RGB | PNG_TRANSFORM_STRIP_16,
+                [&](png_structp p, png_infop info) { CollectRgba(p, info, out); });
   return out;
-}
-
-samples::Bytes ReadBack::Rgba() const {
-  samples::Bytes rgba;
-  const int channels = samples::Channels(colorType);
-  for (const samples::Bytes& row : rows) {
-    for (png_uint_32 x = 0; x < width; ++x) {
-      const uint8_t* p = &row[x * channels];
-      switch (colorType) {
-        case PNG_COLOR_TYPE_GRAY:
-          rgba.insert(rgba.end(), {p[0], p[0], p[0], 255});
-          break;
-        case PNG_COLOR_TYPE_GRAY_ALPHA:
-          rgba.insert(rgba.end(), {p[0], p[0], p[0], p[1]});
-          break;
-        case PNG_COLOR_TYPE_RGB:
-          rgba.insert(rgba.end(), {p[0], p[1], p[2], 255});
-          break;
-        case PNG_COLOR_TYPE_PALETTE:
-          rgba.insert(rgba.end(), {palette[3 * p[0]], palette[3 * p[0] + 1], palette[3 * p[0] + 2],
-                                   p[0] < trns.size() ? trns[p[0]] : uint8_t{255}});
-          break;
-        default:
-          rgba.insert(rgba.end(), p, p + 4);
-      }
-    }
-  }
-  return rgba;
 }
 
 emu::Value RowsArray(const std::vector<samples::Bytes>& rows) {

@@ -1,4 +1,5 @@
-// A PNGWriterKRV for the tests, and its output read back with libpng: chunks and raw rows.
+// A PNGWriterKRV for the tests, the writing sequence they share, and the output read back with
+// libpng: chunks, raw rows and pixels.
 #pragma once
 
 #include <png.h>
@@ -10,46 +11,57 @@
 
 namespace e2e {
 
+inline const emu::Value kNil;
+
 struct Writer {
   // Without events the instance implements neither Error nor Warning.
   explicit Writer(bool withEvents = true);
-  emu::Value Call(const char* name, std::vector<emu::Arg> args = {});
+  emu::Value Call(const char* name, std::vector<emu::Arg> args = {}) {
+    return Host().Call(object, name, std::move(args));
+  }
   bool Ok(const char* name, std::vector<emu::Arg> args = {}) {
     return Call(name, std::move(args)).AsBoolean();
   }
-  RBInteger Int(const char* property);
-  void Set(const char* property, RBInteger value);
-  // Finish as bytes; empty for nil.
-  samples::Bytes Finish();
+  RBInteger Int(const char* property) { return Host().GetProperty(object, property).AsInteger(); }
+  void Set(const char* property, RBInteger value) { Host().SetProperty(object, property, value); }
+  samples::Bytes Finish();  // empty for nil
 
   emu::Value object;
   std::vector<std::string> errors;
   std::vector<std::string> warnings;
 };
 
+// Width, Type and the rows of `image` (8-bit) through SetRows.
+void LoadRows(Writer& w, const samples::Image& image);
+
+// SetHeader and, for palette rows, SetPalette and SetAlphas.
+void SetHeaderAndPalette(Writer& w);
+
+// Opens `file` (memory for ""), writes info, rows and end, and gives back the stream: Finish, or
+// the file after CloseDestination. Every step must succeed without an Error event.
+samples::Bytes WriteStream(Writer& w, const std::string& file = "");
+
 // The message of the exception raised by the last call, or "" for none.
 std::string RaisedMessage();
 
+// Grey by the writer's weights.
+inline uint8_t Grey(const uint8_t* rgb) {
+  return static_cast<uint8_t>((77 * rgb[0] + 151 * rgb[1] + 28 * rgb[2]) >> 8);
+}
+
 struct ReadBack {
   bool ok = false;
-  png_uint_32 width = 0;
-  png_uint_32 height = 0;
-  int bitDepth = 0;
-  int colorType = -1;
-  int interlace = -1;
-  samples::Bytes palette;  // RGB triples
-  samples::Bytes trns;     // palette alphas
-  double gamma = 0.0;      // 0: no gAMA
-  int srgbIntent = -1;     // -1: no sRGB
+  png_uint_32 width = 0, height = 0;
+  int bitDepth = 0, colorType = -1, interlace = -1;
+  samples::Bytes palette, trns;  // RGB triples; palette alphas
+  double gamma = 0.0;            // 0: no gAMA
+  int srgbIntent = -1;           // -1: no sRGB
   std::string iccName;
   samples::Bytes icc;
-  png_uint_32 physX = 0;
-  png_uint_32 physY = 0;
+  png_uint_32 physX = 0, physY = 0;
   int physUnit = -1;
   std::vector<samples::Bytes> rows;  // as stored, interlacing undone
-
-  // The pixels as RGBA (8-bit images only): grey and palette expanded, tRNS applied.
-  samples::Bytes Rgba() const;
+  samples::Bytes rgba;               // libpng's expansion to 8-bit RGBA
 };
 
 ReadBack ReadWithLibpng(const samples::Bytes& png);

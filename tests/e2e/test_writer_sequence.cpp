@@ -1,5 +1,12 @@
 // The writing sequence of PNGWriterKRV: rows from memory blocks to memory and to files, the
-// destinations in every state, and how out-of-order calls and bad input reach user code.
+// destinations in every state, how out-of-order calls and bad input reach user code, and the
+// header and ancillary chunks written, read back with libpng.
+#include <zlib.h>
+
+#include <algorithm>
+#include <functional>
+#include <tuple>
+
 #include "tests/e2e/test_writer_helpers.h"
 
 namespace e2e {
@@ -7,29 +14,21 @@ namespace {
 
 using samples::Bytes;
 
-const emu::Value kNil;
-
-// Width, Type, rows and header of `image` (8-bit) set through SetRows.
-void Prepare(Writer& w, const samples::Image& image) {
-  w.Set("Width", image.width);
-  w.Set("Type", image.colorType);
-  ASSERT_TRUE(w.Ok("SetRows", {RowsArray(image.rows)}));
-  ASSERT_TRUE(w.Ok("SetHeader", {image.interlaced}));
-}
-
-void WriteAll(Writer& w) {
-  EXPECT_TRUE(w.Ok("WriteInfo"));
-  EXPECT_TRUE(w.Ok("WriteRows"));
-  EXPECT_TRUE(w.Ok("WriteEnd"));
-}
-
-Bytes WriteToMemory(const samples::Image& image) {
+// `image` written after `setUp` chose its header and chunks (by default a SetHeader with the
+// image's interlacing).
+Bytes Stream(const samples::Image& image, std::function<void(Writer&)> setUp = nullptr,
+             const std::string& file = "") {
   Writer w;
-  Prepare(w, image);
-  EXPECT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-  WriteAll(w);
-  EXPECT_TRUE(w.errors.empty()) << w.errors[0];
-  return w.Finish();
+  LoadRows(w, image);
+  if (!setUp) setUp = [&](Writer& w) { EXPECT_TRUE(w.Ok("SetHeader", {image.interlaced})); };
+  setUp(w);
+  return WriteStream(w, file);
+}
+
+void Header(Writer& w, RBInteger width, RBInteger height, RBInteger type) {
+  w.Set("Width", width);
+  w.Set("Height", height);
+  w.Set("Type", type);
 }
 
 class WriterSequence : public PluginTest {};
@@ -37,26 +36,16 @@ class WriterSequence : public PluginTest {};
 TEST_F(WriterSequence, RowsRoundTripToMemoryAndToFiles) {
   for (int type : {0, 2, 4, 6}) {
     for (bool interlaced : {false, true}) {
+      SCOPED_TRACE(::testing::Message() << "type " << type << " interlaced " << interlaced);
       const samples::Image image = samples::Pattern(13, 9, 8, type, interlaced);
-      const Bytes png = WriteToMemory(image);
+      const Bytes png = Stream(image);
       const ReadBack back = ReadWithLibpng(png);
-      ASSERT_TRUE(back.ok) << type;
-      EXPECT_EQ(back.width, 13u);
-      EXPECT_EQ(back.height, 9u);
-      EXPECT_EQ(back.bitDepth, 8);
-      EXPECT_EQ(back.colorType, type);
-      EXPECT_EQ(back.interlace, interlaced ? 1 : 0);
-      EXPECT_EQ(back.rows, image.rows) << type << " " << interlaced;
-
+      ASSERT_TRUE(back.ok);
+      EXPECT_EQ(std::tie(back.width, back.height, back.bitDepth, back.colorType, back.interlace),
+                std::make_tuple(13u, 9u, 8, type, interlaced ? 1 : 0));
+      EXPECT_EQ(back.rows, image.rows);
       TempFile file({});
-      {
-        Writer w;
-        Prepare(w, image);
-        EXPECT_TRUE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
-        WriteAll(w);
-        w.Call("CloseDestination");
-      }
-      EXPECT_EQ(samples::ReadFile(file.path), png) << "the same stream in both destinations";
+      EXPECT_EQ(Stream(image, nullptr, file.path), png) << "the same stream in both destinations";
     }
   }
 }
@@ -64,78 +53,69 @@ TEST_F(WriterSequence, RowsRoundTripToMemoryAndToFiles) {
 TEST_F(WriterSequence, WriteRowOneByOne) {
   const samples::Image image = samples::Pattern(6, 4, 8, 2, false);
   Writer w;
-  w.Set("Width", 6);
-  w.Set("Height", 4);
-  w.Set("Type", 2);
+  LoadRows(w, image);
   ASSERT_TRUE(w.Ok("SetHeader"));
   ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
   ASSERT_TRUE(w.Ok("WriteInfo"));
-
   w.Call("WriteRow", {kNil});
   EXPECT_EQ(RaisedMessage(), "NilObjectException: memoryblock is nil");
   w.Call("WriteRow", {Host().NewMemoryBlock(17)});
   EXPECT_EQ(w.errors, std::vector<std::string>{"The memoryblock is shorter than one row."});
-  w.errors.clear();
-
   for (const Bytes& row : image.rows) {
     w.Call("WriteRow", {Host().MemoryBlockFrom(std::string(row.begin(), row.end()))});
-    ASSERT_TRUE(w.Ok("SetRows", {RowsArray(image.rows)}));
-    EXPECT_FALSE(w.Ok("WriteRows")) << "after WriteRow";
+    EXPECT_FALSE(w.Ok("WriteRows")) << "rows loaded, some written";
   }
-  EXPECT_EQ(w.errors, std::vector<std::string>(4, "Rows of the image are written already."));
-  w.errors.clear();
-  w.Call("WriteRow", {Host().MemoryBlockFrom(std::string(18, 'x'))});
-  EXPECT_EQ(w.errors, std::vector<std::string>{"Every row of the image is written."});
-  w.errors.clear();
+  w.Call("WriteRow", {Host().NewMemoryBlock(18)});
   EXPECT_TRUE(w.Ok("WriteEnd"));
-  EXPECT_EQ(w.Finish(), WriteToMemory(image)) << "the same stream as WriteRows";
+  std::vector<std::string> expected(6, "Rows of the image are written already.");
+  expected.front() = "The memoryblock is shorter than one row.";
+  expected.back() = "Every row of the image is written.";
+  EXPECT_EQ(w.errors, expected);
+  EXPECT_EQ(w.Finish(), Stream(image)) << "the same stream as WriteRows";
 }
 
 TEST_F(WriterSequence, FinishAndCloseDestinationInEveryState) {
   const samples::Image image = samples::Pattern(5, 5, 8, 0, false);
+  const auto start = [&](Writer& w, const emu::Value& destination) {
+    LoadRows(w, image);
+    ASSERT_TRUE(w.Ok("SetHeader"));
+    ASSERT_TRUE(w.Ok("OpenWriteDestination", {destination}));
+    ASSERT_TRUE(w.Ok("WriteInfo"));
+  };
   {
     Writer w;
     EXPECT_TRUE(w.Call("Finish").IsNil()) << "no destination";
     w.Call("CloseDestination");
     EXPECT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
     EXPECT_TRUE(w.Call("Finish").IsNil()) << "nothing written";
-    EXPECT_TRUE(w.Call("Finish").IsNil());
   }
   {
     Writer w;
-    Prepare(w, image);
-    ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-    ASSERT_TRUE(w.Ok("WriteInfo"));
+    start(w, kNil);
     ASSERT_TRUE(w.Ok("WriteRows"));
-    const Bytes head = w.Finish();
+    Bytes head = w.Finish();
     EXPECT_TRUE(w.Call("Finish").IsNil()) << "a second Finish";
-    // Writing goes on into a new buffer: the rest of the stream.
     ASSERT_TRUE(w.Ok("WriteEnd"));
-    Bytes whole = head;
-    const Bytes tail = w.Finish();
-    whole.insert(whole.end(), tail.begin(), tail.end());
-    EXPECT_EQ(whole, WriteToMemory(image));
+    const Bytes tail = w.Finish();  // writing goes on into a new buffer
+    head.insert(head.end(), tail.begin(), tail.end());
+    EXPECT_EQ(head, Stream(image));
   }
   {
     Writer w;
-    Prepare(w, image);
-    ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-    ASSERT_TRUE(w.Ok("WriteInfo"));
+    start(w, kNil);
     w.Call("CloseDestination");
     EXPECT_TRUE(w.Call("Finish").IsNil()) << "CloseDestination drops the bytes";
   }
   TempFile file({});
   Writer w;
-  Prepare(w, image);
-  ASSERT_TRUE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
+  start(w, Host().MakeFolderItem(file.path));
   EXPECT_TRUE(w.Call("Finish").IsNil()) << "a file destination";
-  ASSERT_TRUE(w.Ok("WriteInfo"));
   w.Call("CloseDestination");
-  const size_t written = samples::ReadFile(file.path).size();
-  EXPECT_GT(written, 8u);
+  const Bytes written = samples::ReadFile(file.path);
+  EXPECT_GT(written.size(), 8u);
   EXPECT_FALSE(w.Ok("WriteRows")) << "the closed file is never written again";
   EXPECT_EQ(w.errors, std::vector<std::string>{"The destination is closed."});
-  EXPECT_EQ(samples::ReadFile(file.path).size(), written);
+  EXPECT_EQ(samples::ReadFile(file.path), written);
 }
 
 TEST_F(WriterSequence, OneDestinationAtATime) {
@@ -143,11 +123,9 @@ TEST_F(WriterSequence, OneDestinationAtATime) {
   Writer w;
   EXPECT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
   EXPECT_FALSE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
-  EXPECT_FALSE(w.Ok("OpenWriteDestination", {kNil}));
   w.Call("CloseDestination");
   EXPECT_TRUE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
   EXPECT_FALSE(w.Ok("OpenWriteDestination", {kNil}));
-
   Writer other;
   EXPECT_FALSE(other.Ok("OpenWriteDestination", {Host().MakeFolderItem("/nonexistent/dir/x.png")}));
   EXPECT_TRUE(other.errors.empty());
@@ -163,9 +141,7 @@ TEST_F(WriterSequence, OutOfOrderCallsFailThroughTheErrorEvent) {
     EXPECT_FALSE(w.Ok("WriteEnd"));
   }
   Writer w;
-  w.Set("Width", 4);
-  w.Set("Height", 2);
-  w.Set("Type", 2);
+  Header(w, 4, 2, 2);
   ASSERT_TRUE(w.Ok("SetHeader"));
   ASSERT_TRUE(w.Ok("SetResolution", {1, 1, 5}));
   ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
@@ -182,20 +158,175 @@ TEST_F(WriterSequence, OutOfOrderCallsFailThroughTheErrorEvent) {
   EXPECT_FALSE(Host().LastException());
 }
 
-TEST_F(WriterSequence, SetRowsTakesBlocksAndRefusesBadArrays) {
+TEST_F(WriterSequence, BadArraysAndValues) {
   Writer w;
   w.Set("Width", 9);
   EXPECT_TRUE(w.Ok("SetRows", {RowsArray({Bytes(3), Bytes(3), Bytes(3)})}));
   EXPECT_EQ(w.Int("Height"), 3);
-  EXPECT_EQ(w.Int("Width"), 9);
-
-  EXPECT_FALSE(w.Ok("SetRows", {kNil}));
-  EXPECT_EQ(RaisedMessage(), "NilObjectException: Rows are nil");
-  EXPECT_FALSE(w.Ok("SetRows", {RowsArray({})}));
-  EXPECT_EQ(RaisedMessage(), "");
-  EXPECT_FALSE(w.Ok("SetRows", {Host().MakeMemoryBlockArray({Host().NewMemoryBlock(3), kNil})}));
-  EXPECT_EQ(RaisedMessage(), "NilObjectException: Row is nil");
+  const std::tuple<const char*, std::vector<emu::Arg>, const char*> refused[] = {
+      {"SetRows", {kNil}, "NilObjectException: Rows are nil"},
+      {"SetRows", {RowsArray({})}, ""},
+      {"SetRows",
+       {Host().MakeMemoryBlockArray({Host().NewMemoryBlock(3), kNil})},
+       "NilObjectException: Row is nil"},
+      {"SetPaletteData", {kNil}, "NilObjectException: Colors array is nil"},
+      {"SetAlphaData", {kNil, kNil}, "NilObjectException: Colors array is nil"},
+      {"SetAlphaData",
+       {kNil, Host().MakeColorArray({1})},
+       "NilObjectException: Alphas array is nil"}};
+  for (const auto& [method, args, raised] : refused) {
+    EXPECT_FALSE(w.Ok(method, args)) << method;
+    EXPECT_EQ(RaisedMessage(), raised) << method;
+  }
   EXPECT_FALSE(w.Ok("WriteRows")) << "the failed SetRows left no rows";
+  w.errors.clear();
+
+  for (const auto& [width, type] : {std::pair{4, 1}, std::pair{0, 2}, std::pair{-1, 2}}) {
+    Writer bad;
+    Header(bad, width, 2, type);
+    EXPECT_FALSE(bad.Ok("SetHeader")) << "TypePalette is 1: " << width << " " << type;
+    EXPECT_EQ(bad.errors.size(), 1u);
+  }
+  Header(w, 2, 2, 3);
+  ASSERT_TRUE(w.Ok("SetHeader"));
+  EXPECT_FALSE(w.Ok("SetICCProfile", {Host().MakeString("bad"), 0, Str(Bytes(20, 1))}));
+  EXPECT_TRUE(w.Ok("SetICCProfile", {Host().MakeString("none"), 0, kNil})) << "no profile";
+  EXPECT_FALSE(w.Ok("SetGamma", {1e-9})) << "a file gamma beyond libpng's range";
+  EXPECT_TRUE(w.Ok("SetPaletteData", {Host().MakeColorArray({})}));
+  EXPECT_FALSE(w.Ok("SetPalette")) << "an empty palette";
+  EXPECT_EQ(w.errors.size(), 3u);
+  EXPECT_EQ(Host().CallShared("PNGWriterKRV", "PNGLibVersion").Text(), png_get_libpng_ver(nullptr));
+}
+
+// One row of palette `indices` with the colours and alphas stored by `store`, read back.
+ReadBack PaletteRow(const Bytes& indices, const std::function<void(Writer&)>& store) {
+  samples::Image image;
+  image.width = static_cast<uint32_t>(indices.size());
+  image.height = 1;
+  image.colorType = 3;
+  image.rows = {indices};
+  return ReadWithLibpng(Stream(image, [&](Writer& w) {
+    store(w);
+    SetHeaderAndPalette(w);
+  }));
+}
+
+TEST_F(WriterSequence, PaletteAndSortedTransparency) {
+  const RBColor a = 0x102030, b = 0x405060;
+  ReadBack back = PaletteRow({0, 1}, [&](Writer& w) {
+    EXPECT_TRUE(
+        w.Ok("SetAlphaData", {Host().MakeIntegerArray({255, 0}), Host().MakeColorArray({a, b})}));
+  });
+  EXPECT_EQ(back.palette, Bytes({0x40, 0x50, 0x60, 0, 0, 0})) << "B, then an unused black slot";
+  EXPECT_EQ(back.trns, Bytes({0, 0}));
+
+  std::vector<RBColor> colours;
+  std::vector<RBInteger> alphas;
+  for (int i = 0; i < 256; ++i) {
+    colours.push_back(static_cast<RBColor>(i * 0x010101));
+    alphas.push_back(i % 3 == 0 ? 255 : 256 - i);  // 256 - i as a byte: 256 becomes 0
+  }
+  back = PaletteRow({0, 1, 2}, [&](Writer& w) {
+    EXPECT_TRUE(
+        w.Ok("SetAlphaData", {Host().MakeIntegerArray(alphas), Host().MakeColorArray(colours)}));
+  });
+  ASSERT_EQ(back.palette.size(), 768u);
+  Bytes sorted(alphas.begin(), alphas.end());
+  std::sort(sorted.begin(), sorted.end());
+  sorted.resize(std::count_if(sorted.begin(), sorted.end(), [](uint8_t x) { return x != 255; }));
+  EXPECT_EQ(back.trns, sorted);
+  for (int i = 0; i < 256; ++i) {
+    const uint8_t grey = back.palette[3 * i];
+    const uint8_t alpha = i < static_cast<int>(back.trns.size()) ? back.trns[i] : 255;
+    EXPECT_EQ(grey % 3 == 0 ? 255 : static_cast<uint8_t>(256 - grey), alpha) << i;
+  }
+
+  back = PaletteRow({1}, [&](Writer& w) {
+    EXPECT_TRUE(w.Ok("SetAlphaData", {Host().MakeIntegerArray(std::vector<RBInteger>(256, 255)),
+                                      Host().MakeColorArray({a, b})}));
+  });
+  EXPECT_TRUE(back.trns.empty()) << "all opaque: no tRNS";
+  back = PaletteRow({0, 2}, [&](Writer& w) {
+    EXPECT_TRUE(w.Ok("SetPaletteData", {Host().MakeColorArray(std::vector<RBColor>(300, a))}));
+  });
+  EXPECT_EQ(back.palette.size(), 768u) << "at most 256 colours";
+}
+
+// The filter byte of each row of a non-interlaced stream.
+Bytes FilterBytes(const Bytes& png, size_t rowBytes, size_t height) {
+  Bytes idat, raw(height * (rowBytes + 1)), filters;
+  for (const samples::Chunk& chunk : samples::SplitChunks(png)) {
+    if (chunk.type == "IDAT") idat.insert(idat.end(), chunk.data.begin(), chunk.data.end());
+  }
+  uLongf size = raw.size();
+  EXPECT_EQ(uncompress(raw.data(), &size, idat.data(), idat.size()), Z_OK);
+  for (size_t y = 0; y < height; ++y) filters.push_back(raw[y * (rowBytes + 1)]);
+  return filters;
+}
+
+TEST_F(WriterSequence, HeaderFilterAndCompression) {
+  const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
+  const auto write = [&](RBInteger filter, RBInteger level) {
+    return Stream(image, [&](Writer& w) {
+      w.Set("bpc", 3);
+      EXPECT_TRUE(w.Ok("SetHeader", {false, filter, level}));
+    });
+  };
+  const Bytes up = write(0x20, 9), stored = write(2, 0);
+  EXPECT_EQ(FilterBytes(up, 96, 16), Bytes(16, 2));
+  EXPECT_EQ(ReadWithLibpng(up).bitDepth, 8) << "bpc plays no part";
+  EXPECT_GT(stored.size(), 16u * 97) << "level 0 stores the rows";
+  EXPECT_LT(up.size(), stored.size());
+  EXPECT_EQ(ReadWithLibpng(stored).rows, image.rows);
+}
+
+// An ICC profile that libpng accepts for RGB images: a header and one tag of 200 bytes that do
+// not compress (libpng 1.6.39 cannot read back an iCCP chunk shorter than 92 bytes).
+Bytes IccProfile() {
+  using namespace std::string_literals;
+  const std::pair<size_t, std::string> fields[] = {
+      {0, "\0\0\1\x58"s},  // the size, 344
+      {12, "mntrRGB XYZ "s},
+      {36, "acsp"s},
+      {68, "\0\0\xF6\xD6\0\1\0\0\0\0\xD3\x2D"s},    // the D50 illuminant
+      {128, "\0\0\0\1wtpt\0\0\0\x90\0\0\0\xC8"s}};  // one tag: 200 bytes at 144
+  Bytes icc(344);
+  for (const auto& [at, field] : fields) std::copy(field.begin(), field.end(), icc.begin() + at);
+  uint32_t seed = 1;
+  for (size_t i = 144; i < icc.size(); ++i) {
+    seed = seed * 1103515245 + 12345;
+    icc[i] = static_cast<uint8_t>(seed >> 16);
+  }
+  return icc;
+}
+
+TEST_F(WriterSequence, ResolutionGammaAndColourInformation) {
+  struct Case {
+    std::vector<emu::Arg> resolution, gamma;
+    RBInteger srgb;  // -1: no SetsRGB
+    bool icc;
+    std::tuple<png_uint_32, png_uint_32, int> phys;
+    double fileGamma;
+  };
+  const Case cases[] = {{{72, 300, 2}, {}, -1, false, {2835, 11811, 1}, 1 / 1.8},
+                        {{72, 72, 1}, {2.2}, 3, false, {72, 72, 1}, 1 / 2.2},
+                        {{3, 2, 0}, {-1.0}, -1, true, {3, 2, 0}, 0.0}};
+  for (const Case& c : cases) {
+    const ReadBack back =
+        ReadWithLibpng(Stream(samples::Pattern(4, 3, 8, 2, false), [&](Writer& w) {
+          EXPECT_TRUE(w.Ok("SetHeader"));
+          EXPECT_TRUE(w.Ok("SetResolution", c.resolution));
+          EXPECT_TRUE(w.Ok("SetGamma", c.gamma));
+          EXPECT_TRUE(c.srgb < 0 || w.Ok("SetsRGB", {c.srgb}));
+          EXPECT_TRUE(!c.icc ||
+                      w.Ok("SetICCProfile", {Host().MakeString("Test"), 0, Str(IccProfile())}));
+        }));
+    EXPECT_EQ(std::make_tuple(back.physX, back.physY, back.physUnit), c.phys);
+    EXPECT_NEAR(back.gamma, c.fileGamma, 1e-5) << "0: no gAMA";
+    EXPECT_EQ(back.srgbIntent, c.srgb);
+    EXPECT_EQ(back.iccName, c.icc ? "Test" : "");
+    EXPECT_EQ(back.icc, c.icc ? IccProfile() : Bytes());
+  }
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // pngkrv encode: PAM and PNG input through host pictures and PNGWriterKRV, its options, and its
 // failures.
+#include <tuple>
+
 #include "tests/e2e/test_writer_helpers.h"
 
 namespace e2e {
@@ -7,22 +9,9 @@ namespace {
 
 using samples::Bytes;
 
-ToolRun Encode(const std::string& arguments) {
-  return RunTool("--host " + Profile().name + " encode " + arguments);
-}
-
 Bytes Decoded(const std::string& path) {
   uint32_t width = 0, height = 0;
   return samples::DecodeRGBA(samples::ReadFile(path), &width, &height);
-}
-
-// The RGBA of `rgba` as grey by the writer's weights.
-Bytes Grey(Bytes rgba) {
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const auto g = static_cast<uint8_t>((77 * rgba[i] + 151 * rgba[i + 1] + 28 * rgba[i + 2]) >> 8);
-    rgba[i] = rgba[i + 1] = rgba[i + 2] = g;
-  }
-  return rgba;
 }
 
 class WriterTool : public PluginTest {
@@ -33,62 +22,67 @@ class WriterTool : public PluginTest {
     if (profile != "desktop-2019.1" && profile != "console-2019.1") GTEST_SKIP();
     if (PngSuiteDir().empty()) GTEST_SKIP() << "no PNG suite";
   }
+  ToolRun Encode(const std::string& options, const std::string& in) {
+    return RunTool("--host " + Profile().name + " encode " + options + " " + in + " " + out.path);
+  }
   std::string Suite(const char* name) { return PngSuiteDir() + "/" + name; }
   TempFile out{{}};
 };
 
-TEST_F(WriterTool, TypesAndDestinations) {
+TEST_F(WriterTool, TypesDestinationsAndChunks) {
   struct Case {
     const char* file;
     const char* options;
     bool grey;
+    int colorType;
   };
-  for (const Case& c :
-       {Case{"basn6a08.png", "", false}, Case{"basi4a08.png", "--type graya --interlace", true},
-        Case{"basn2c08.png", "--type gray --to-string", true},
-        Case{"basn3p08.png", "--type palette --to-string", false},
-        Case{"tbbn3p08.png", "--type palette --alphas", false}}) {
-    const ToolRun run = Encode(std::string(c.options) + " " + Suite(c.file) + " " + out.path);
+  for (const Case& c : {Case{"basn6a08.png", "", false, 6},
+                        Case{"basi4a08.png", "--type graya --interlace", true, 4},
+                        Case{"basn2c08.png", "--type gray --to-string", true, 0},
+                        Case{"basn3p08.png", "--type palette --to-string", false, 3},
+                        Case{"tbbn3p08.png", "--type palette --alphas", false, 3},
+                        Case{"basn6a08.png", "--type rgb", false, 2}}) {
+    const ToolRun run = Encode(c.options, Suite(c.file));
     ASSERT_EQ(run.status, 0) << c.file << " " << run.output;
-    const Bytes in = Decoded(Suite(c.file));
-    EXPECT_EQ(Decoded(out.path), c.grey ? Grey(in) : in) << c.file << " " << c.options;
+    Bytes in = Decoded(Suite(c.file));
+    for (size_t i = 0; i < in.size(); i += 4) {
+      if (c.grey) in[i] = in[i + 1] = in[i + 2] = Grey(&in[i]);
+      if (c.colorType == 2) in[i + 3] = 255;
+    }
+    EXPECT_EQ(Decoded(out.path), in) << c.file << " " << c.options;
+    EXPECT_EQ(ReadWithLibpng(samples::ReadFile(out.path)).colorType, c.colorType) << c.options;
   }
-  EXPECT_EQ(ReadWithLibpng(samples::ReadFile(out.path)).colorType, 3);
 
   const Bytes rgba = Decoded(Suite("basn6a08.png"));
-  TempFile pam(samples::EncodePAM(32, 32, rgba));
-  ASSERT_EQ(Encode("--type rgb " + pam.path + " " + out.path).status, 0);
-  const ReadBack back = ReadWithLibpng(samples::ReadFile(out.path));
-  EXPECT_EQ(back.colorType, 2) << "rgb drops the mask";
-}
+  const TempFile pam(samples::EncodePAM(32, 32, rgba));
+  ASSERT_EQ(Encode("", pam.path).status, 0);
+  EXPECT_EQ(Decoded(out.path), rgba) << "PAM input with its alpha as the mask";
 
-TEST_F(WriterTool, ChunkOptions) {
-  const Bytes icc = samples::ReadFile(Suite("basn2c08.png"));  // any bytes: libpng checks them
-  TempFile profile(icc);
-  const ToolRun run = Encode("--dpi 300 --gamma 2.2 --srgb 2 --filter 0x20 --level 9 " +
-                             Suite("basn2c08.png") + " " + out.path);
+  const ToolRun run =
+      Encode("--dpi 300 --gamma 2.2 --srgb 2 --filter 0x20 --level 9", Suite("basn2c08.png"));
   ASSERT_EQ(run.status, 0) << run.output;
   const ReadBack back = ReadWithLibpng(samples::ReadFile(out.path));
-  EXPECT_EQ(back.physX, 11811u);
-  EXPECT_EQ(back.physUnit, 1);
+  EXPECT_EQ(std::make_tuple(back.physX, back.physUnit, back.srgbIntent),
+            std::make_tuple(11811u, 1, 2));
   EXPECT_NEAR(back.gamma, 1 / 2.2, 1e-5);
-  EXPECT_EQ(back.srgbIntent, 2);
-
-  const ToolRun bad =
-      Encode("--icc Name " + profile.path + " " + Suite("basn2c08.png") + " " + out.path);
-  EXPECT_EQ(bad.status, 1);
-  EXPECT_NE(bad.output.find("error: "), std::string::npos) << "libpng's message";
 }
 
 TEST_F(WriterTool, Failures) {
-  const ToolRun many = Encode("--type palette " + Suite("basn2c16.png") + " " + out.path);
-  EXPECT_EQ(many.status, 1);
-  EXPECT_NE(many.output.find("more than 256 colours"), std::string::npos) << many.output;
-  EXPECT_EQ(Encode("--type cmyk " + Suite("basn2c08.png") + " " + out.path).status, 1);
-  EXPECT_EQ(Encode("--filter x " + Suite("basn2c08.png") + " " + out.path).status, 1);
-  EXPECT_EQ(Encode("/nonexistent.pam " + out.path).status, 1);
-  EXPECT_EQ(Encode(Suite("basn2c08.png") + " /nonexistent/dir/out.png").status, 1);
-  EXPECT_EQ(Encode("--icc Name " + Suite("basn2c08.png") + " " + out.path).status, 2);
+  const TempFile profile(samples::ReadFile(Suite("basn2c08.png")));  // libpng refuses the bytes
+  const std::string in = Suite("basn2c08.png"), to = " " + out.path;
+  const std::tuple<std::string, int, const char*> cases[] = {
+      {"--icc Name " + profile.path + " " + in + to, 1, "error: "},
+      {"--type palette " + Suite("basn2c16.png") + to, 1, "more than 256 colours"},
+      {"--type cmyk " + in + to, 1, ""},
+      {"--filter x " + in + to, 1, ""},
+      {"--icc Name " + in + to, 2, ""},
+      {"/nonexistent.pam" + to, 1, ""},
+      {in + " /nonexistent/dir/out.png", 1, ""}};
+  for (const auto& [arguments, status, message] : cases) {
+    const ToolRun run = RunTool("--host " + Profile().name + " encode " + arguments);
+    EXPECT_EQ(run.status, status) << arguments;
+    EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+  }
 }
 
 }  // namespace
