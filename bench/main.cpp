@@ -2,6 +2,7 @@
 // made at start, with ratios plug-in / libpng, and the peak memory of single decodes and encodes
 // measured in processes of their own.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <spawn.h>
 #include <stdio.h>
 #include <string.h>
@@ -160,6 +161,8 @@ int MeasurePeak(const std::string& what, int megapixels) {
   auto pictures = plugin.Pictures(image);
   image.rgba = Bytes();
   image.rgba.shrink_to_fit();
+  // Memory freed so far goes back to the system, so the operation cannot reuse it unseen.
+  malloc_trim(0);
   std::ofstream("/proc/self/clear_refs") << "5";
   const long before = StatusKiB("VmRSS:");
   if (what == "encode") {
@@ -205,8 +208,9 @@ void PrintPeaks(const std::vector<int>& sizes) {
       const long peak = RunChild(what, mp);
       // Picture and mask take 4 bytes a pixel each; an interlaced decode holds the image too.
       const double perPixel = std::string(what) == "decode-adam7" ? 12 : 8;
-      printf("%-14s %4d %14ld %12.2f %14.2f\n", what, mp, peak, peak / pixels,
-             std::string(what) == "encode" ? 0.0 : perPixel + slack / pixels);
+      const bool encode = std::string(what) == "encode";
+      printf("%-14s %4d %14ld %12.2f %14s\n", what, mp, peak, peak / pixels,
+             encode ? "-" : Fixed(perPixel + slack / pixels).c_str());
     }
   }
 }
