@@ -123,7 +123,7 @@ void SortByAlpha(PNGWriter& w) {
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression) {
   if (!HasHandles(w)) return false;
   // libpng writes rows by the header it wrote; a new one would only mislead the row checks.
-  if (w.infoWritten) {
+  if (w.headerFixed) {
     RaiseMessageEvent(w.errorEvent, w.owner, "The header is written already.");
     return false;
   }

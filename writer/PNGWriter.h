@@ -46,7 +46,7 @@ struct PNGWriter {
   // set it up anew over the old one.
   RBBoolean rowsFailed;
   RBBoolean headerRefused;  // libpng refused the last header, yet keeps its values
-  RBBoolean infoWritten;    // WriteInfo succeeded: the header is in the stream
+  RBBoolean headerFixed;    // WriteInfo handed libpng a header: it may be in the stream
 };
 
 // The libpng states and the jump buffer exist (Init succeeded and Close has not run).

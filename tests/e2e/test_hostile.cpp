@@ -339,6 +339,19 @@ TEST_F(Hostile, WriterStepsOutOfOrder) {
     EXPECT_TRUE(w.Ok("SetHeader"));
     EXPECT_TRUE(w.Ok("WriteInfo"));
   }
+  {
+    Writer w;
+    header(w, 7);
+    w.Set("Type", 3);
+    ASSERT_TRUE(w.Ok("SetHeader"));
+    ASSERT_TRUE(w.Ok("OpenWriteDestination", {nil}));
+    EXPECT_FALSE(w.Ok("WriteInfo")) << "no palette: libpng fails after writing the header";
+    header(w, 1);
+    w.Set("Type", 0);
+    EXPECT_FALSE(w.Ok("SetHeader")) << "rows of 7 bytes are what libpng will read";
+    ASSERT_TRUE(w.Ok("SetRows", {RowsArray({Bytes(1)})}));
+    EXPECT_FALSE(w.Ok("WriteRows"));
+  }
   Writer w;
   header(w, 2);
   ASSERT_TRUE(w.Ok("SetHeader", {false, -1, 10}));  // a level zlib refuses at the first row
