@@ -139,7 +139,6 @@ TEST_F(Convert, PicturesToFiles) {
                    .Call(Host().MakeFolderItem("/nonexistent/dir/x.png"), "SaveAsPNGKRV", {plain})
                    .AsBoolean());
   EXPECT_FALSE(Host().Call(item, "SaveAsPNGKRV", {emu::Value::AdoptObject(nullptr)}).AsBoolean());
-
 }
 
 // The palette of a written file, read back with libspng.
