@@ -259,32 +259,37 @@ std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette
 // a live context of this emulator gets 0.
 #define EMU_EXPORT extern "C" __attribute__((visibility("default")))
 
-EMU_EXPORT void* CGBitmapContextGetData(void* context) noexcept {
+namespace {
+
+// One field of a live context, or 0 for a pointer that is not one.
+template <typename T>
+T ContextField(void* context, T emu::BitmapContext::*field) {
   const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->data : nullptr;
+  return c != nullptr ? c->*field : T{};
+}
+
+}  // namespace
+
+EMU_EXPORT void* CGBitmapContextGetData(void* context) noexcept {
+  return ContextField(context, &emu::BitmapContext::data);
 }
 
 EMU_EXPORT size_t CGBitmapContextGetBitsPerPixel(void* context) noexcept {
-  const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->bitsPerPixel : 0;
+  return ContextField(context, &emu::BitmapContext::bitsPerPixel);
 }
 
 EMU_EXPORT size_t CGBitmapContextGetWidth(void* context) noexcept {
-  const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->width : 0;
+  return ContextField(context, &emu::BitmapContext::width);
 }
 
 EMU_EXPORT size_t CGBitmapContextGetHeight(void* context) noexcept {
-  const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->height : 0;
+  return ContextField(context, &emu::BitmapContext::height);
 }
 
 EMU_EXPORT size_t CGBitmapContextGetBytesPerRow(void* context) noexcept {
-  const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->bytesPerRow : 0;
+  return ContextField(context, &emu::BitmapContext::bytesPerRow);
 }
 
 EMU_EXPORT uint32_t CGBitmapContextGetAlphaInfo(void* context) noexcept {
-  const emu::BitmapContext* c = emu::FindContext(context);
-  return c != nullptr ? c->alphaInfo : 0;
+  return ContextField(context, &emu::BitmapContext::alphaInfo);
 }

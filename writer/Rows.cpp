@@ -158,6 +158,34 @@ bool FetchRows(REALarray rows, int64_t count, png_bytep* table, int64_t* capacit
   return true;
 }
 
+// The RGB and grey loaders: `colour` writes the colour samples of a pixel and returns where the
+// next byte goes; with a mask, each pixel's alpha follows its colour and the type gains alpha.
+template <typename Colour>
+bool LoadColourPicture(PNGWriter& w, REALpicture pict, REALpicture mask, int colourChannels,
+                       int64_t spareBytes, int type, Colour colour) {
+  if (RaiseIfNil(pict, "Picture is nil")) return false;
+  ReleaseRows(w);
+  PictureReader picture;
+  PictureReader maskReader;
+  if (!OpenEditors(pict, mask, picture, maskReader)) return false;
+  const int channels = colourChannels + (mask ? 1 : 0);
+  if (!AllocateRows(w, picture.height, int64_t{picture.width} * channels + spareBytes)) {
+    return false;
+  }
+  if (mask) {
+    FillRows(w, picture, &maskReader, [&colour](unsigned char* out, const RGB& c, uint8_t a) {
+      out = colour(out, c);
+      *out++ = a;
+      return out;
+    });
+  } else {
+    FillRows(w, picture, nullptr,
+             [&colour](unsigned char* out, const RGB& c, uint8_t) { return colour(out, c); });
+  }
+  StoreHeader(w, picture, channels, type | (mask ? PNG_COLOR_MASK_ALPHA : 0));
+  return true;
+}
+
 }  // namespace
 
 void ReleaseRows(PNGWriter& w) {
@@ -176,57 +204,21 @@ void ReleaseRows(PNGWriter& w) {
 }
 
 bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask) {
-  if (RaiseIfNil(pict, "Picture is nil")) return false;
-  ReleaseRows(w);
-  PictureReader picture;
-  PictureReader maskReader;
-  if (!OpenEditors(pict, mask, picture, maskReader)) return false;
-  const int channels = mask ? 4 : 3;
-  if (!AllocateRows(w, picture.height, int64_t{picture.width} * channels + kSpareBytes)) {
-    return false;
-  }
-  if (mask) {
-    FillRows(w, picture, &maskReader, [](unsigned char* out, const RGB& c, uint8_t alpha) {
-      *out++ = c.red;
-      *out++ = c.green;
-      *out++ = c.blue;
-      *out++ = alpha;
-      return out;
-    });
-  } else {
-    FillRows(w, picture, nullptr, [](unsigned char* out, const RGB& c, uint8_t) {
-      *out++ = c.red;
-      *out++ = c.green;
-      *out++ = c.blue;
-      return out;
-    });
-  }
-  StoreHeader(w, picture, channels, mask ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
-  return true;
+  return LoadColourPicture(w, pict, mask, 3, kSpareBytes, PNG_COLOR_TYPE_RGB,
+                           [](unsigned char* out, const RGB& c) {
+                             *out++ = c.red;
+                             *out++ = c.green;
+                             *out++ = c.blue;
+                             return out;
+                           });
 }
 
 bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask) {
-  if (RaiseIfNil(pict, "Picture is nil")) return false;
-  ReleaseRows(w);
-  PictureReader picture;
-  PictureReader maskReader;
-  if (!OpenEditors(pict, mask, picture, maskReader)) return false;
-  const int channels = mask ? 2 : 1;
-  if (!AllocateRows(w, picture.height, int64_t{picture.width} * channels)) return false;
-  if (mask) {
-    FillRows(w, picture, &maskReader, [](unsigned char* out, const RGB& c, uint8_t alpha) {
-      *out++ = Grey(c);
-      *out++ = alpha;
-      return out;
-    });
-  } else {
-    FillRows(w, picture, nullptr, [](unsigned char* out, const RGB& c, uint8_t) {
-      *out++ = Grey(c);
-      return out;
-    });
-  }
-  StoreHeader(w, picture, channels, mask ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY);
-  return true;
+  return LoadColourPicture(w, pict, mask, 1, 0, PNG_COLOR_TYPE_GRAY,
+                           [](unsigned char* out, const RGB& c) {
+                             *out++ = Grey(c);
+                             return out;
+                           });
 }
 
 bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict) {
