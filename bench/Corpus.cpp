@@ -3,6 +3,7 @@
 #include <math.h>
 #include <png.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace bench {
@@ -47,6 +48,39 @@ void Paint(Image& image) {
   }
 }
 
+// Sprites on a transparent sheet: cells of 48 pixels, three in four holding a disc or a square
+// shaded from one colour, whose edge fades out over two pixels. About a fifth of the sheet is
+// covered.
+void PaintSprites(Image& image) {
+  const uint32_t w = image.width, h = image.height, cell = 48;
+  image.rgba.assign(size_t{w} * h * 4, 0);
+  Noise noise;
+  auto random = [&noise](int n) { return (noise.Next() + 8) * n / 16; };
+  for (uint32_t top = 0; top + cell <= h; top += cell) {
+    for (uint32_t left = 0; left + cell <= w; left += cell) {
+      if (random(4) == 0) continue;
+      const double radius = 8 + random(14);
+      const double cx = left + cell / 2.0 + random(5) - 2, cy = top + cell / 2.0 + random(5) - 2;
+      const bool square = random(2) == 1;
+      const int r = 40 + random(216), g = 40 + random(216), b = 40 + random(216);
+      for (uint32_t y = top; y < top + cell; ++y) {
+        for (uint32_t x = left; x < left + cell; ++x) {
+          const double dx = x - cx, dy = y - cy;
+          const double d = square ? std::max(fabs(dx), fabs(dy)) : sqrt(dx * dx + dy * dy);
+          const int alpha = int(255 * (radius - d) / 2);
+          if (alpha <= 0) continue;
+          const double shade = 1.0 - 0.4 * (dy + radius) / (2 * radius);
+          uint8_t* p = &image.rgba[(size_t{y} * w + x) * 4];
+          p[0] = Clamp(int(r * shade));
+          p[1] = Clamp(int(g * shade));
+          p[2] = Clamp(int(b * shade));
+          p[3] = Clamp(alpha);
+        }
+      }
+    }
+  }
+}
+
 struct Sink {
   Bytes* out;
 };
@@ -58,8 +92,34 @@ void Append(png_structp png, png_bytep data, png_size_t length) {
 
 void NoFlush(png_structp) {}
 
-// The rows as the colour type stores them: RGB, RGBA, or indices into a 6×6×6 colour cube.
-std::vector<Bytes> StoredRows(const Image& image) {
+// A palette: the 6×6×6 colour cube, after one fully transparent entry for an atlas.
+struct Palette {
+  std::vector<png_color> colours;
+  std::vector<png_byte> alphas;  // the tRNS entries
+};
+
+Palette MakePalette(bool transparentEntry) {
+  Palette palette;
+  if (transparentEntry) {
+    palette.colours.push_back({0, 0, 0});
+    palette.alphas.push_back(0);
+  }
+  for (int i = 0; i < 216; ++i) {
+    palette.colours.push_back({uint8_t(i / 36 * 51), uint8_t(i / 6 % 6 * 51), uint8_t(i % 6 * 51)});
+  }
+  return palette;
+}
+
+// The palette index of a pixel: the transparent entry below half alpha, else the nearest cube
+// colour at or below the pixel's.
+uint8_t IndexOf(const uint8_t* p, bool transparentEntry) {
+  if (transparentEntry && p[3] < 128) return 0;
+  return static_cast<uint8_t>((transparentEntry ? 1 : 0) + (p[0] / 51) * 36 + (p[1] / 51) * 6 +
+                              p[2] / 51);
+}
+
+// The rows as the colour type stores them: RGB, RGBA or palette indices.
+std::vector<Bytes> StoredRows(const Image& image, bool transparentEntry) {
   const int channels = image.colorType == 6 ? 4 : image.colorType == 2 ? 3 : 1;
   std::vector<Bytes> rows(image.height, Bytes(size_t{image.width} * channels));
   for (uint32_t y = 0; y < image.height; ++y) {
@@ -67,7 +127,7 @@ std::vector<Bytes> StoredRows(const Image& image) {
       const uint8_t* p = &image.rgba[(size_t{y} * image.width + x) * 4];
       uint8_t* out = &rows[y][size_t{x} * channels];
       if (channels == 1) {
-        out[0] = static_cast<uint8_t>((p[0] / 51) * 36 + (p[1] / 51) * 6 + p[2] / 51);
+        out[0] = IndexOf(p, transparentEntry);
       } else {
         for (int c = 0; c < channels; ++c) out[c] = p[c];
       }
@@ -76,8 +136,20 @@ std::vector<Bytes> StoredRows(const Image& image) {
   return rows;
 }
 
-bool EncodeInto(const Image& image, png_bytepp rows, const std::vector<png_color>& palette,
-                Sink* sink) {
+// The pixels as a palette image decodes: each colour of the palette entry, and its alpha.
+void Quantise(Image& image, const Palette& palette, bool transparentEntry) {
+  for (size_t i = 0; i < image.rgba.size(); i += 4) {
+    const uint8_t index = IndexOf(&image.rgba[i], transparentEntry);
+    const png_color& c = palette.colours[index];
+    const bool clear = index < palette.alphas.size();
+    image.rgba[i] = c.red;
+    image.rgba[i + 1] = c.green;
+    image.rgba[i + 2] = c.blue;
+    image.rgba[i + 3] = clear ? palette.alphas[index] : 255;
+  }
+}
+
+bool EncodeInto(const Image& image, png_bytepp rows, const Palette& palette, Sink* sink) {
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
   if (info == nullptr || setjmp(png_jmpbuf(png))) {
@@ -88,7 +160,12 @@ bool EncodeInto(const Image& image, png_bytepp rows, const std::vector<png_color
   png_set_IHDR(png, info, image.width, image.height, 8, image.colorType,
                image.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (!palette.empty()) png_set_PLTE(png, info, palette.data(), int(palette.size()));
+  if (!palette.colours.empty()) {
+    png_set_PLTE(png, info, palette.colours.data(), int(palette.colours.size()));
+  }
+  if (!palette.alphas.empty()) {
+    png_set_tRNS(png, info, palette.alphas.data(), int(palette.alphas.size()), nullptr);
+  }
   png_write_info(png, info);
   png_write_image(png, rows);
   png_write_end(png, info);
@@ -96,22 +173,13 @@ bool EncodeInto(const Image& image, png_bytepp rows, const std::vector<png_color
   return true;
 }
 
-// The colours of the palette image's cube, and its pixels as they decode.
-std::vector<png_color> Cube(Image& image) {
-  std::vector<png_color> palette;
-  for (int i = 0; i < 216; ++i) {
-    palette.push_back({uint8_t(i / 36 * 51), uint8_t(i / 6 % 6 * 51), uint8_t(i % 6 * 51)});
+void Encode(Image& image, bool transparentEntry) {
+  std::vector<Bytes> rows = StoredRows(image, transparentEntry);
+  Palette palette;
+  if (image.colorType == 3) {
+    palette = MakePalette(transparentEntry);
+    Quantise(image, palette, transparentEntry);
   }
-  for (size_t i = 0; i < image.rgba.size(); i += 4) {
-    for (int c = 0; c < 3; ++c) image.rgba[i + c] = uint8_t(image.rgba[i + c] / 51 * 51);
-  }
-  return palette;
-}
-
-void Encode(Image& image) {
-  std::vector<Bytes> rows = StoredRows(image);
-  const std::vector<png_color> palette =
-      image.colorType == 3 ? Cube(image) : std::vector<png_color>();
   std::vector<png_bytep> pointers;
   for (Bytes& row : rows) pointers.push_back(row.data());
   Sink sink{&image.png};
@@ -122,31 +190,42 @@ void Encode(Image& image) {
 
 }  // namespace
 
-Image MakeImage(int megapixels, int colorType, bool interlaced) {
+std::string Spec::Name() const {
+  const std::string type = colorType == 6 ? "rgba" : colorType == 2 ? "rgb" : "palette";
+  return (content == Content::kSprites ? "sprites-" : "") + type + "-" +
+         std::to_string(megapixels) + "mp" + (interlaced ? "-adam7" : "");
+}
+
+Image MakeImage(const Spec& spec) {
   Image image;
-  const uint32_t side = megapixels == 1 ? 1000 : megapixels == 4 ? 2000 : 4000;
+  const uint32_t side = spec.megapixels == 1 ? 1000 : spec.megapixels == 4 ? 2000 : 4000;
   image.width = side;
   image.height = side;
-  image.colorType = colorType;
-  image.interlaced = interlaced;
-  image.name = std::string(colorType == 6   ? "rgba"
-                           : colorType == 2 ? "rgb"
-                                            : "palette") +
-               "-" + std::to_string(megapixels) + "mp" + (interlaced ? "-adam7" : "");
-  Paint(image);
-  Encode(image);
+  image.colorType = spec.colorType;
+  image.interlaced = spec.interlaced;
+  image.name = spec.Name();
+  const bool sprites = spec.content == Content::kSprites;
+  if (sprites) {
+    PaintSprites(image);
+  } else {
+    Paint(image);
+  }
+  Encode(image, sprites);
   return image;
 }
 
-std::vector<Image> MakeCorpus(const std::vector<int>& sizes) {
-  std::vector<Image> corpus;
+std::vector<Spec> CorpusSpecs(const std::vector<int>& sizes) {
+  std::vector<Spec> specs;
   for (int mp : sizes) {
     for (int colorType : {2, 6}) {
-      for (bool interlaced : {false, true}) corpus.push_back(MakeImage(mp, colorType, interlaced));
+      for (bool interlaced : {false, true}) specs.push_back({mp, colorType, interlaced});
     }
   }
-  corpus.push_back(MakeImage(sizes.size() > 1 ? 4 : sizes[0], 3, false));
-  return corpus;
+  const int mp = sizes.size() > 1 ? 4 : sizes[0];
+  specs.push_back({mp, 3, false});
+  specs.push_back({mp, 6, false, Content::kSprites});
+  specs.push_back({mp, 3, false, Content::kSprites});
+  return specs;
 }
 
 }  // namespace bench
