@@ -81,6 +81,14 @@ class PictureWriter : public PictureEditor {
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);
 
+  // The words StoreColourRow and StoreMaskRow would store for the `count` pixels of `row`, into
+  // `words` instead of the picture: a palette turned into a table of this writer's words. False
+  // for a format that stores nothing.
+  bool ColourWords(const unsigned char* row, RBInteger count, bool swap, uint32_t* words) const;
+  bool MaskWords(const unsigned char* row, RBInteger count, uint32_t* words) const;
+  // Stores table[i] for each index i of a row (one byte a pixel), and moves to the next row.
+  void StoreIndexedRow(const unsigned char* indices, RBInteger width, const uint32_t* table);
+
   // Moves the destination to the start of the next row (back to the top after the last).
   void NextRow();
 

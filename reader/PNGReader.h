@@ -43,6 +43,11 @@ struct PNGReader {
   // ApplyOptions succeeded: libpng's rows are the ones RowBytes reports. Before, or after it
   // failed midway, libpng may deliver rows of another size.
   RBBoolean setUp;
+  // A palette image whose expansion to RGBA ApplyOptions left to the first read: a row read asks
+  // libpng for the RGBA rows RowBytes reports, a picture decode for the indices instead.
+  RBBoolean expansionPending;
+  // libpng delivers one palette index a pixel (a picture decode chose them).
+  RBBoolean indexRows;
 };
 
 // Instance data of PNGReaderKRV.
@@ -69,6 +74,10 @@ bool OpenReadString(PNGReader& r, REALstring data);
 void Finish(PNGReader& r);
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma);
 RBInteger GetRowBytes(PNGReader& r);
+// Ends a pending palette set-up (see expansionPending), the first with RGBA rows, the second with
+// index rows and libpng's palette (gamma corrected); both call libpng and need a jump point.
+void ExpandPalette(PNGReader& r);
+void StartIndexRows(PNGReader& r);
 bool ReadsRGBTag(PNGReader& r, RBInteger& intent);
 bool ReadICCProfile(PNGReader& r, REALstring& name, RBInteger& compression, REALstring& profile);
 REALmemoryBlock ReadRow(PNGReader& r);

@@ -1,6 +1,11 @@
 // Decoding a whole image into a host picture, and for an image with alpha into a separate mask.
 // A plain image is read row by row through one row buffer; an interlaced image can only be
 // converted after its last pass, so it is read whole.
+//
+// A palette image is decoded as its indices, one byte a pixel, each looked up in a table of the
+// words that its palette entry (gamma corrected by libpng, alpha from the transparency chunk)
+// gives in the picture and in the mask: one load a pixel instead of libpng's expansion to four
+// bytes and a conversion of those.
 #include <stdlib.h>
 
 #include "picture/PictureEditor.h"
@@ -9,17 +14,64 @@
 namespace {
 
 constexpr int64_t kMaxBuffer = 0x7FFFFFFF;
+constexpr int kPaletteEntries = 256;
 
-// Colour of each pixel into the picture, always opaque; with `swap` red and blue trade places.
-void ConvertRGBRow(const unsigned char* row, RBInteger width, bool swap, PictureWriter& pict) {
-  pict.StoreColourRow(row, width, swap);
+// How decoded rows become words: RGBA rows converted, or indices looked up in the tables.
+struct Conversion {
+  bool swap = false;
+  bool indexed = false;
+  uint32_t colours[kPaletteEntries] = {};
+  uint32_t masks[kPaletteEntries] = {};
+};
+
+Conversion ConversionFor(const PNGReader& r) {
+  Conversion c;
+  c.swap = r.swapRB;
+  c.indexed = r.expansionPending || r.indexRows;
+  return c;
 }
 
-// Colour into the picture and 255 − alpha into the mask: black shows, white hides.
-void ConvertRGBARow(const unsigned char* row, RBInteger width, bool swap, PictureWriter& pict,
-                    PictureWriter& mask) {
-  pict.StoreColourRow(row, width, swap);
-  mask.StoreMaskRow(row, width);
+// Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
+// image with alpha 255 − alpha into the mask: black shows, white hides.
+void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, PictureWriter& pict,
+                PictureWriter* mask) {
+  if (c.indexed) {
+    pict.StoreIndexedRow(row, width, c.colours);
+    if (mask) mask->StoreIndexedRow(row, width, c.masks);
+    return;
+  }
+  pict.StoreColourRow(row, width, c.swap);
+  if (mask) mask->StoreMaskRow(row, width);
+}
+
+// The palette as libpng's expansion reads it, 256 RGBA pixels: entries past the palette black,
+// alpha from the transparency chunk and 255 past it.
+void ReadPalette(const PNGReader& r, unsigned char (&rgba)[kPaletteEntries * 4]) {
+  png_colorp palette = nullptr;
+  int entries = 0;
+  png_bytep alphas = nullptr;
+  int alphaEntries = 0;
+  png_get_PLTE(r.png, r.info, &palette, &entries);
+  png_get_tRNS(r.png, r.info, &alphas, &alphaEntries, nullptr);
+  for (int i = 0; i < kPaletteEntries; ++i) {
+    const bool listed = palette != nullptr && i < entries;
+    rgba[4 * i] = listed ? palette[i].red : 0;
+    rgba[4 * i + 1] = listed ? palette[i].green : 0;
+    rgba[4 * i + 2] = listed ? palette[i].blue : 0;
+    rgba[4 * i + 3] = alphas != nullptr && i < alphaEntries ? alphas[i] : 255;
+  }
+}
+
+void BuildColourTable(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
+  unsigned char rgba[kPaletteEntries * 4];
+  ReadPalette(r, rgba);
+  pict.ColourWords(rgba, kPaletteEntries, c.swap, c.colours);
+}
+
+void BuildMaskTable(const PNGReader& r, Conversion& c, const PictureWriter& mask) {
+  unsigned char rgba[kPaletteEntries * 4];
+  ReadPalette(r, rgba);
+  mask.MaskWords(rgba, kPaletteEntries, c.masks);
 }
 
 void Replace(REALpicture& field, REALpicture picture) {
@@ -34,24 +86,48 @@ bool SetUpWriter(PictureWriter& writer, const PNGReader& r) {
          writer.width >= r.width && writer.height >= r.height;
 }
 
+// Ends a pending palette set-up with index rows; false when libpng fails.
+bool StartIndexRowsAt(PNGReader& r) {
+  if (setjmp(*r.jump)) return false;
+  if (r.expansionPending) StartIndexRows(r);
+  return true;
+}
+
+// For index rows, libpng's row start and the tables of the palette it then holds.
+bool StartRows(PNGReader& r, Conversion& c, const PictureWriter& pict, const PictureWriter* mask) {
+  if (!c.indexed) return true;
+  if (!StartIndexRowsAt(r)) return false;
+  BuildColourTable(r, c, pict);
+  if (mask) BuildMaskTable(r, c, *mask);
+  return true;
+}
+
 // Reads every row of a one-pass image and converts it; false when libpng fails midway.
-bool DecodeRows(PNGReader& r, unsigned char* row, PictureWriter& pict, PictureWriter* mask) {
+bool ConvertEveryRow(PNGReader& r, unsigned char* row, const Conversion& c, PictureWriter& pict,
+                     PictureWriter* mask) {
   if (setjmp(*r.jump)) return false;
   for (RBInteger y = 0; y < r.height; ++y) {
     png_read_row(r.png, row, nullptr);
-    if (mask) {
-      ConvertRGBARow(row, r.width, r.swapRB, pict, *mask);
-    } else {
-      ConvertRGBRow(row, r.width, r.swapRB, pict);
-    }
+    ConvertRow(c, row, r.width, pict, mask);
   }
   return true;
 }
 
+bool DecodeRows(PNGReader& r, unsigned char* row, Conversion& c, PictureWriter& pict,
+                PictureWriter* mask) {
+  return StartRows(r, c, pict, mask) && ConvertEveryRow(r, row, c, pict, mask);
+}
+
 bool DecodeImage(PNGReader& r, png_bytepp rows) {
   if (setjmp(*r.jump)) return false;
+  if (r.expansionPending) StartIndexRows(r);
   png_read_image(r.png, rows);
   return true;
+}
+
+// Bytes of one decoded row: an index a pixel, or RGBA.
+int64_t RowBytes(const PNGReader& r, const Conversion& c) {
+  return c.indexed ? int64_t{r.width} : static_cast<int64_t>(png_get_rowbytes(r.png, r.info));
 }
 
 // The decoded image of all passes: one buffer and a table of its rows.
@@ -67,8 +143,8 @@ struct WholeImage {
 
 // Allocates the image of row bytes × height; the product is taken in 64 bits so that a size
 // that would wrap is refused instead of allocated short.
-bool AllocateImage(const PNGReader& r, WholeImage& image) {
-  const int64_t rowBytes = static_cast<int64_t>(png_get_rowbytes(r.png, r.info));
+bool AllocateImage(const PNGReader& r, const Conversion& c, WholeImage& image) {
+  const int64_t rowBytes = RowBytes(r, c);
   const int64_t size = rowBytes * r.height;
   const int64_t tableSize = r.height * static_cast<int64_t>(sizeof(png_bytep));
   if (size >= 1 && size <= kMaxBuffer) image.buffer = static_cast<unsigned char*>(calloc(1, size));
@@ -80,8 +156,8 @@ bool AllocateImage(const PNGReader& r, WholeImage& image) {
   return true;
 }
 
-unsigned char* AllocateRow(const PNGReader& r) {
-  const int64_t rowBytes = static_cast<int64_t>(png_get_rowbytes(r.png, r.info));
+unsigned char* AllocateRow(const PNGReader& r, const Conversion& c) {
+  const int64_t rowBytes = RowBytes(r, c);
   return rowBytes >= 1 && rowBytes <= kMaxBuffer ? static_cast<unsigned char*>(calloc(1, rowBytes))
                                                  : nullptr;
 }
@@ -90,15 +166,26 @@ bool Decodable(const PNGReader& r) {
   return HasHandles(r) && HasSource(r) && r.setUp;
 }
 
+// Every row of the read image into the writers; for index rows, the tables first.
+void ConvertImage(const PNGReader& r, const WholeImage& image, Conversion& c, PictureWriter& pict,
+                  PictureWriter* mask) {
+  if (c.indexed) {
+    BuildColourTable(r, c, pict);
+    if (mask) BuildMaskTable(r, c, *mask);
+  }
+  for (RBInteger y = 0; y < r.height; ++y) ConvertRow(c, image.rows[y], r.width, pict, mask);
+}
+
 }  // namespace
 
 bool ReadRGBbyRow(PNGReader& r) {
   Replace(r.pict, nullptr);
   if (!Decodable(r)) return false;
-  unsigned char* row = AllocateRow(r);
+  Conversion c = ConversionFor(r);
+  unsigned char* row = AllocateRow(r, c);
   if (row == nullptr) return false;
   PictureWriter pict;
-  if (SetUpWriter(pict, r) && (DecodeRows(r, row, pict, nullptr) || r.allowDamaged)) {
+  if (SetUpWriter(pict, r) && (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged)) {
     Replace(r.pict, pict.RenderPictureWriter());
   }
   free(row);
@@ -107,12 +194,13 @@ bool ReadRGBbyRow(PNGReader& r) {
 
 bool ReadRGBAbyRow(PNGReader& r) {
   if (!Decodable(r)) return false;
-  unsigned char* row = AllocateRow(r);
+  Conversion c = ConversionFor(r);
+  unsigned char* row = AllocateRow(r, c);
   if (row == nullptr) return false;
   PictureWriter mask;
   PictureWriter pict;
   if (SetUpWriter(mask, r) && SetUpWriter(pict, r)) {
-    if (DecodeRows(r, row, pict, &mask)) {
+    if (DecodeRows(r, row, c, pict, &mask)) {
       Replace(r.mask, mask.RenderPictureWriter());
       Replace(r.pict, pict.RenderPictureWriter());
     } else if (r.allowDamaged) {
@@ -126,13 +214,13 @@ bool ReadRGBAbyRow(PNGReader& r) {
 
 bool ReadRGBbyBlock(PNGReader& r) {
   if (!Decodable(r)) return false;
+  Conversion c = ConversionFor(r);
   WholeImage image;
-  if (!AllocateImage(r, image)) return false;
+  if (!AllocateImage(r, c, image)) return false;
   PictureWriter pict;
   if (DecodeImage(r, image.rows)) {
     if (SetUpWriter(pict, r)) {
-      for (RBInteger y = 0; y < r.height; ++y)
-        ConvertRGBRow(image.rows[y], r.width, r.swapRB, pict);
+      ConvertImage(r, image, c, pict, nullptr);
       Replace(r.pict, pict.RenderPictureWriter());
     }
   } else if (r.allowDamaged) {
@@ -144,16 +232,15 @@ bool ReadRGBbyBlock(PNGReader& r) {
 
 bool ReadRGBAbyBlock(PNGReader& r) {
   if (!Decodable(r)) return false;
+  Conversion c = ConversionFor(r);
   WholeImage image;
-  if (!AllocateImage(r, image)) return false;
+  if (!AllocateImage(r, c, image)) return false;
   PictureWriter mask;
   if (!SetUpWriter(mask, r)) return false;
   PictureWriter pict;
   if (DecodeImage(r, image.rows)) {
     if (SetUpWriter(pict, r)) {
-      for (RBInteger y = 0; y < r.height; ++y) {
-        ConvertRGBARow(image.rows[y], r.width, r.swapRB, pict, mask);
-      }
+      ConvertImage(r, image, c, pict, &mask);
       Replace(r.mask, mask.RenderPictureWriter());
       Replace(r.pict, pict.RenderPictureWriter());
     }

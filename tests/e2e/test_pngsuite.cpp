@@ -59,6 +59,43 @@ TEST_F(PngSuite, DecodesThroughRowsInProcess) {
   }
 }
 
+// The palette images (colour type 3 in the header) into pictures: colours opaque, and for those
+// with transparency a mask of 255 − alpha.
+TEST_F(PngSuite, PalettePicturesInProcess) {
+  int decoded = 0;
+  for (const std::string& name : files) {
+    const Bytes png = samples::ReadFile(PathOf(name));
+    if (Corrupt(name) || png.size() < 26 || png[25] != 3) continue;
+    SCOPED_TRACE(name);
+    uint32_t w = 0, h = 0;
+    Bytes colours = samples::DecodeRGBA(png, &w, &h);
+    Bytes mask;
+    bool transparent = false;
+    for (size_t i = 0; i < colours.size(); i += 4) {
+      const uint8_t m = 255 - colours[i + 3];
+      transparent = transparent || m != 0;
+      mask.insert(mask.end(), {m, m, m, 255});
+      colours[i + 3] = 255;
+    }
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(png) && reader.Ok("ApplyOptions", {-1.0}) &&
+                reader.Ok("ReadPicture"));
+    const std::string pict = Host().PictureRgba(Host().GetProperty(reader.object, "Pict"));
+    EXPECT_EQ(Bytes(pict.begin(), pict.end()), colours);
+    emu::Value maskPicture = Host().GetProperty(reader.object, "Mask");
+    if (reader.Int("ColorType") == 6) {
+      ASSERT_FALSE(maskPicture.IsNil());
+      const std::string got = Host().PictureRgba(maskPicture);
+      EXPECT_EQ(Bytes(got.begin(), got.end()), mask);
+    } else {
+      EXPECT_TRUE(maskPicture.IsNil());
+      EXPECT_FALSE(transparent);
+    }
+    ++decoded;
+  }
+  EXPECT_GE(decoded, 20);
+}
+
 // The valid files go through one run of the tool, each corrupt one through a run of its own;
 // one profile of each application kind is enough to cover the tool's code, the in-process test
 // above covers every profile.
