@@ -312,6 +312,25 @@ void MaskRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   }
 }
 
+// Colour and mask of each pixel in one pass over the row, for two writers of one layout.
+template <Layout L, bool Swap>
+void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row,
+                      RBInteger width) {
+  for (RBInteger x = 0; x < width; ++x) {
+    const uint32_t p = PixelAt(row, x);
+    const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF, m = 255u - (p >> 24);
+    colours[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
+    masks[x] = Word<L>(m, m, m);
+  }
+}
+
+template <Layout L>
+void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row, RBInteger width,
+                      bool swap) {
+  swap ? ColourAndMaskRow<L, true>(colours, masks, row, width)
+       : ColourAndMaskRow<L, false>(colours, masks, row, width);
+}
+
 // The layout of a format code; false for codes that store nothing.
 bool LayoutOf(int32_t format, Layout* layout) {
   switch (format) {
@@ -372,6 +391,26 @@ void PictureWriter::StoreColourRow(const unsigned char* row, RBInteger width, bo
 void PictureWriter::StoreMaskRow(const unsigned char* row, RBInteger width) {
   if (width > 0) MaskWordsOf(pixelFormat, destination, row, width);
   NextRow();
+}
+
+void PictureWriter::StoreColourAndMaskRow(const unsigned char* row, RBInteger width, bool swap,
+                                          PictureWriter& mask) {
+  Layout layout, maskLayout;
+  if (width <= 0 || !LayoutOf(pixelFormat, &layout) || !LayoutOf(mask.pixelFormat, &maskLayout) ||
+      layout != maskLayout) {
+    StoreColourRow(row, width, swap);
+    mask.StoreMaskRow(row, width);
+    return;
+  }
+  if (layout == kLast) {
+    ColourAndMaskRow<kLast>(destination, mask.destination, row, width, swap);
+  } else if (layout == kFirst) {
+    ColourAndMaskRow<kFirst>(destination, mask.destination, row, width, swap);
+  } else {
+    ColourAndMaskRow<kGd>(destination, mask.destination, row, width, swap);
+  }
+  NextRow();
+  mask.NextRow();
 }
 
 bool PictureWriter::ColourWords(const unsigned char* row, RBInteger count, bool swap,

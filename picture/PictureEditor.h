@@ -80,6 +80,9 @@ class PictureWriter : public PictureEditor {
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);
+  // Both of the above in one pass over the row: the colour here, the grey into `mask`.
+  void StoreColourAndMaskRow(const unsigned char* row, RBInteger width, bool swap,
+                             PictureWriter& mask);
 
   // The words StoreColourRow and StoreMaskRow would store for the `count` pixels of `row`, into
   // `words` instead of the picture: a palette turned into a table of this writer's words. False

@@ -40,8 +40,11 @@ void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, 
     if (mask) mask->StoreIndexedRow(row, width, c.masks);
     return;
   }
-  pict.StoreColourRow(row, width, c.swap);
-  if (mask) mask->StoreMaskRow(row, width);
+  if (mask) {
+    pict.StoreColourAndMaskRow(row, width, c.swap, *mask);
+  } else {
+    pict.StoreColourRow(row, width, c.swap);
+  }
 }
 
 // The palette as libpng's expansion reads it, 256 RGBA pixels: entries past the palette black,
@@ -142,14 +145,17 @@ struct WholeImage {
 };
 
 // Allocates the image of row bytes × height; the product is taken in 64 bits so that a size
-// that would wrap is refused instead of allocated short.
+// that would wrap is refused instead of allocated short. Neither block is cleared: the seven
+// passes write every pixel before a row is converted (a failed read converts none), and the
+// table is filled here. Clearing would cost a pass over the image whenever the allocator hands
+// out reused memory, which depends on what the process allocated before.
 bool AllocateImage(const PNGReader& r, const Conversion& c, WholeImage& image) {
   const int64_t rowBytes = RowBytes(r, c);
   const int64_t size = rowBytes * r.height;
   const int64_t tableSize = r.height * static_cast<int64_t>(sizeof(png_bytep));
-  if (size >= 1 && size <= kMaxBuffer) image.buffer = static_cast<unsigned char*>(calloc(1, size));
+  if (size >= 1 && size <= kMaxBuffer) image.buffer = static_cast<unsigned char*>(malloc(size));
   if (tableSize >= 1 && tableSize <= kMaxBuffer) {
-    image.rows = static_cast<png_bytepp>(calloc(1, tableSize));
+    image.rows = static_cast<png_bytepp>(malloc(tableSize));
   }
   if (image.buffer == nullptr || image.rows == nullptr) return false;
   for (RBInteger y = 0; y < r.height; ++y) image.rows[y] = image.buffer + y * rowBytes;
