@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <string.h>
 
+#include <initializer_list>
+
 #include "picture/Platform.h"
 
 bool IsDesktop = false;
@@ -420,6 +422,35 @@ bool PictureWriter::ColourWords(const unsigned char* row, RBInteger count, bool 
 
 bool PictureWriter::MaskWords(const unsigned char* row, RBInteger count, uint32_t* words) const {
   return MaskWordsOf(pixelFormat, words, row, count);
+}
+
+// The words of two probe colours in memory, against the rows each order would give: a filler
+// byte that neither colour changes, and the components in one of the two orders.
+bool PictureWriter::FilledRows(bool swap, FilledRowOrder* order) const {
+  const unsigned char probes[8] = {1, 2, 3, 0, 4, 5, 6, 0};
+  uint32_t words[2];
+  if (!ColourWords(probes, 2, swap, words)) return false;
+  unsigned char stored[8];
+  memcpy(stored, words, 8);
+  for (const bool fillerFirst : {false, true}) {
+    for (const bool bgr : {false, true}) {
+      const unsigned char filler = stored[fillerFirst ? 0 : 3];
+      unsigned char rows[8];
+      for (int p = 0; p < 2; ++p) {
+        unsigned char* row = rows + 4 * p;
+        unsigned char* rgb = fillerFirst ? row + 1 : row;
+        row[fillerFirst ? 0 : 3] = filler;
+        rgb[0] = probes[4 * p + (bgr ? 2 : 0)];
+        rgb[1] = probes[4 * p + 1];
+        rgb[2] = probes[4 * p + (bgr ? 0 : 2)];
+      }
+      if (memcmp(rows, stored, 8) == 0) {
+        *order = {bgr, fillerFirst, filler};
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 void PictureWriter::StoreIndexedRow(const unsigned char* indices, RBInteger width,

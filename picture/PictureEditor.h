@@ -67,6 +67,14 @@ class PictureEditor {
 // An editor opened on a picture for reading its pixels.
 class PictureReader : public PictureEditor {};
 
+// Rows of red, green and blue (blue first with `bgr`) and a constant byte `filler`, first or
+// after them: the form in which libpng can deliver a picture's colour words itself.
+struct FilledRowOrder {
+  bool bgr = false;
+  bool fillerFirst = false;
+  unsigned char filler = 0;
+};
+
 // An editor on a new picture that the decoders fill pixel by pixel, row by row.
 class PictureWriter : public PictureEditor {
  public:
@@ -89,6 +97,9 @@ class PictureWriter : public PictureEditor {
   // for a format that stores nothing.
   bool ColourWords(const unsigned char* row, RBInteger count, bool swap, uint32_t* words) const;
   bool MaskWords(const unsigned char* row, RBInteger count, uint32_t* words) const;
+  // Whether this writer's colour words, as StoreColourRow stores them, lie in memory as rows of
+  // some FilledRowOrder, and which.
+  bool FilledRows(bool swap, FilledRowOrder* order) const;
   // Stores table[i] for each index i of a row (one byte a pixel), and moves to the next row.
   void StoreIndexedRow(const unsigned char* indices, RBInteger width, const uint32_t* table);
 

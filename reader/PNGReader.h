@@ -43,9 +43,9 @@ struct PNGReader {
   // ApplyOptions succeeded: libpng's rows are the ones RowBytes reports. Before, or after it
   // failed midway, libpng may deliver rows of another size.
   RBBoolean setUp;
-  // A palette image whose expansion to RGBA ApplyOptions left to the first read: a row read asks
-  // libpng for the RGBA rows RowBytes reports, a picture decode for the indices instead.
-  RBBoolean expansionPending;
+  // ApplyOptions left its last requests and libpng's row start to the first read: a row read
+  // asks libpng for the RGBA rows RowBytes reports, a picture decode for rows it can use best.
+  RBBoolean rowsPending;
   // libpng delivers one palette index a pixel (a picture decode chose them).
   RBBoolean indexRows;
 };
@@ -74,10 +74,13 @@ bool OpenReadString(PNGReader& r, REALstring data);
 void Finish(PNGReader& r);
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma);
 RBInteger GetRowBytes(PNGReader& r);
-// Ends a pending palette set-up (see expansionPending), the first with RGBA rows, the second with
-// index rows and libpng's palette (gamma corrected); both call libpng and need a jump point.
-void ExpandPalette(PNGReader& r);
+// Ends a pending set-up (see rowsPending): with the RGBA rows RowBytes reports; with index rows
+// (a palette image; libpng's palette then gamma corrected); or, for an image without alpha, with
+// rows of red, green and blue (blue first with `bgr`) and the byte `filler` before or after
+// them. Each calls libpng and needs a jump point.
+void StartRGBARows(PNGReader& r);
 void StartIndexRows(PNGReader& r);
+void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFirst);
 bool ReadsRGBTag(PNGReader& r, RBInteger& intent);
 bool ReadICCProfile(PNGReader& r, REALstring& name, RBInteger& compression, REALstring& profile);
 REALmemoryBlock ReadRow(PNGReader& r);

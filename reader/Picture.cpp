@@ -5,7 +5,8 @@
 // A palette image is decoded as its indices, one byte a pixel, each looked up in a table of the
 // words that its palette entry (gamma corrected by libpng, alpha from the transparency chunk)
 // gives in the picture and in the mask: one load a pixel instead of libpng's expansion to four
-// bytes and a conversion of those.
+// bytes and a conversion of those. A plain image without alpha asks libpng for rows that already
+// are the picture's words, where the picture's format allows, and is read straight into it.
 #include <stdlib.h>
 
 #include "picture/PictureEditor.h"
@@ -16,10 +17,14 @@ namespace {
 constexpr int64_t kMaxBuffer = 0x7FFFFFFF;
 constexpr int kPaletteEntries = 256;
 
-// How decoded rows become words: RGBA rows converted, or indices looked up in the tables.
+// What libpng's rows hold: RGBA to be converted, palette indices to be looked up, or the
+// picture's own words.
+enum class Rows { kRGBA, kIndices, kWords };
+
 struct Conversion {
+  Rows rows = Rows::kRGBA;
   bool swap = false;
-  bool indexed = false;
+  FilledRowOrder order;  // of kWords
   uint32_t colours[kPaletteEntries] = {};
   uint32_t masks[kPaletteEntries] = {};
 };
@@ -27,15 +32,36 @@ struct Conversion {
 Conversion ConversionFor(const PNGReader& r) {
   Conversion c;
   c.swap = r.swapRB;
-  c.indexed = r.expansionPending || r.indexRows;
+  const bool palette = r.rowsPending && png_get_color_type(r.png, r.info) == PNG_COLOR_TYPE_PALETTE;
+  c.rows = palette || r.indexRows ? Rows::kIndices : Rows::kRGBA;
   return c;
+}
+
+// The picture's own words, for RGBA rows still to be started (without alpha) when libpng can
+// make them.
+void ChooseWords(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
+  if (r.rowsPending && c.rows == Rows::kRGBA && pict.FilledRows(c.swap, &c.order)) {
+    c.rows = Rows::kWords;
+  }
+}
+
+// Ends a pending set-up with the rows chosen; libpng may fail, so this runs under a jump point.
+void StartPendingRows(PNGReader& r, const Conversion& c) {
+  if (!r.rowsPending) return;
+  if (c.rows == Rows::kIndices) {
+    StartIndexRows(r);
+  } else if (c.rows == Rows::kWords) {
+    StartFilledRows(r, c.order.bgr, c.order.filler, c.order.fillerFirst);
+  } else {
+    StartRGBARows(r);
+  }
 }
 
 // Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
 // image with alpha 255 − alpha into the mask: black shows, white hides.
 void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, PictureWriter& pict,
                 PictureWriter* mask) {
-  if (c.indexed) {
+  if (c.rows == Rows::kIndices) {
     pict.StoreIndexedRow(row, width, c.colours);
     if (mask) mask->StoreIndexedRow(row, width, c.masks);
     return;
@@ -89,19 +115,20 @@ bool SetUpWriter(PictureWriter& writer, const PNGReader& r) {
          writer.width >= r.width && writer.height >= r.height;
 }
 
-// Ends a pending palette set-up with index rows; false when libpng fails.
-bool StartIndexRowsAt(PNGReader& r) {
+bool StartPendingRowsAt(PNGReader& r, const Conversion& c) {
   if (setjmp(*r.jump)) return false;
-  if (r.expansionPending) StartIndexRows(r);
+  StartPendingRows(r, c);
   return true;
 }
 
-// For index rows, libpng's row start and the tables of the palette it then holds.
-bool StartRows(PNGReader& r, Conversion& c, const PictureWriter& pict, const PictureWriter* mask) {
-  if (!c.indexed) return true;
-  if (!StartIndexRowsAt(r)) return false;
-  BuildColourTable(r, c, pict);
-  if (mask) BuildMaskTable(r, c, *mask);
+// libpng's row start and, for index rows, the tables of the palette it then holds.
+bool StartRowsWithTables(PNGReader& r, Conversion& c, const PictureWriter& pict,
+                         const PictureWriter* mask) {
+  if (!StartPendingRowsAt(r, c)) return false;
+  if (c.rows == Rows::kIndices) {
+    BuildColourTable(r, c, pict);
+    if (mask) BuildMaskTable(r, c, *mask);
+  }
   return true;
 }
 
@@ -116,21 +143,33 @@ bool ConvertEveryRow(PNGReader& r, unsigned char* row, const Conversion& c, Pict
   return true;
 }
 
-bool DecodeRows(PNGReader& r, unsigned char* row, Conversion& c, PictureWriter& pict,
-                PictureWriter* mask) {
-  return StartRows(r, c, pict, mask) && ConvertEveryRow(r, row, c, pict, mask);
+// Reads every row of a one-pass image straight into the picture; false when libpng fails midway.
+bool ReadEveryRowInto(PNGReader& r, PictureWriter& pict) {
+  if (setjmp(*r.jump)) return false;
+  for (RBInteger y = 0; y < r.height; ++y) {
+    png_read_row(r.png, reinterpret_cast<png_bytep>(pict.destination), nullptr);
+    pict.NextRow();
+  }
+  return true;
 }
 
-bool DecodeImage(PNGReader& r, png_bytepp rows) {
+bool DecodeRows(PNGReader& r, unsigned char* row, Conversion& c, PictureWriter& pict,
+                PictureWriter* mask) {
+  if (!StartRowsWithTables(r, c, pict, mask)) return false;
+  return c.rows == Rows::kWords ? ReadEveryRowInto(r, pict)
+                                : ConvertEveryRow(r, row, c, pict, mask);
+}
+
+bool DecodeImage(PNGReader& r, const Conversion& c, png_bytepp rows) {
   if (setjmp(*r.jump)) return false;
-  if (r.expansionPending) StartIndexRows(r);
+  StartPendingRows(r, c);
   png_read_image(r.png, rows);
   return true;
 }
 
-// Bytes of one decoded row: an index a pixel, or RGBA.
+// Bytes of one decoded row: an index a pixel, or four bytes.
 int64_t RowBytes(const PNGReader& r, const Conversion& c) {
-  return c.indexed ? int64_t{r.width} : static_cast<int64_t>(png_get_rowbytes(r.png, r.info));
+  return c.rows == Rows::kIndices ? int64_t{r.width} : int64_t{r.width} * 4;
 }
 
 // The decoded image of all passes: one buffer and a table of its rows.
@@ -175,7 +214,7 @@ bool Decodable(const PNGReader& r) {
 // Every row of the read image into the writers; for index rows, the tables first.
 void ConvertImage(const PNGReader& r, const WholeImage& image, Conversion& c, PictureWriter& pict,
                   PictureWriter* mask) {
-  if (c.indexed) {
+  if (c.rows == Rows::kIndices) {
     BuildColourTable(r, c, pict);
     if (mask) BuildMaskTable(r, c, *mask);
   }
@@ -188,10 +227,12 @@ bool ReadRGBbyRow(PNGReader& r) {
   Replace(r.pict, nullptr);
   if (!Decodable(r)) return false;
   Conversion c = ConversionFor(r);
-  unsigned char* row = AllocateRow(r, c);
-  if (row == nullptr) return false;
   PictureWriter pict;
-  if (SetUpWriter(pict, r) && (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged)) {
+  if (!SetUpWriter(pict, r)) return false;
+  ChooseWords(r, c, pict);
+  unsigned char* row = c.rows == Rows::kWords ? nullptr : AllocateRow(r, c);
+  if (c.rows != Rows::kWords && row == nullptr) return false;
+  if (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged) {
     Replace(r.pict, pict.RenderPictureWriter());
   }
   free(row);
@@ -224,7 +265,7 @@ bool ReadRGBbyBlock(PNGReader& r) {
   WholeImage image;
   if (!AllocateImage(r, c, image)) return false;
   PictureWriter pict;
-  if (DecodeImage(r, image.rows)) {
+  if (DecodeImage(r, c, image.rows)) {
     if (SetUpWriter(pict, r)) {
       ConvertImage(r, image, c, pict, nullptr);
       Replace(r.pict, pict.RenderPictureWriter());
@@ -244,7 +285,7 @@ bool ReadRGBAbyBlock(PNGReader& r) {
   PictureWriter mask;
   if (!SetUpWriter(mask, r)) return false;
   PictureWriter pict;
-  if (DecodeImage(r, image.rows)) {
+  if (DecodeImage(r, c, image.rows)) {
     if (SetUpWriter(pict, r)) {
       ConvertImage(r, image, c, pict, &mask);
       Replace(r.mask, mask.RenderPictureWriter());

@@ -10,7 +10,7 @@ constexpr RBInteger kMaxRowBytes = 0x7FFFFFFE;
 
 bool ReadRowInto(PNGReader& r, void* row) {
   if (setjmp(*r.jump)) return false;
-  if (r.expansionPending) ExpandPalette(r);
+  if (r.rowsPending) StartRGBARows(r);
   png_read_row(r.png, static_cast<png_bytep>(row), nullptr);
   return true;
 }

@@ -29,8 +29,8 @@ void RequestUnpacking(png_structp png) {
   png_set_packswap(png);
 }
 
-// Grey and palette to RGB, transparency to alpha, and the filler 255 after RGB. A request is a
-// flag for libpng to act on when it starts the rows, so the order of requests does not matter.
+// Grey and palette to RGB, transparency to alpha. A request is a flag for libpng to act on when
+// it starts the rows, so the order of requests does not matter.
 void RequestExpansion(png_structp png, png_infop info, int colorType) {
   const bool grey = colorType == PNG_COLOR_TYPE_GRAY || colorType == PNG_COLOR_TYPE_GRAY_ALPHA;
   const bool palette = (colorType & 1) != 0;
@@ -46,7 +46,26 @@ void RequestExpansion(png_structp png, png_infop info, int colorType) {
   if (grey) png_set_expand(png);
   if (palette) png_set_expand(png);
   if (transparency) png_set_expand(png);
-  png_set_filler(png, 255, PNG_FILLER_AFTER);
+}
+
+// The colour type of the expanded rows: RGBA from an alpha channel or a transparency chunk.
+int ExpandedColorType(png_structp png, png_infop info, int colorType) {
+  const bool alpha =
+      (colorType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, info, kValidTRNS);
+  return alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
+}
+
+// A palette image's expansion, requested only at the row start (the header's colour type is
+// still in the info until then).
+void RequestPaletteExpansion(png_structp png, png_infop info) {
+  if (png_get_color_type(png, info) == PNG_COLOR_TYPE_PALETTE) {
+    RequestExpansion(png, info, PNG_COLOR_TYPE_PALETTE);
+  }
+}
+
+void StartRows(PNGReader& r) {
+  png_read_update_info(r.png, r.info);
+  r.rowsPending = false;
 }
 
 // `gamma` > 0 is the exponent the caller wants, the reciprocal of a file gamma; 0 uses the
@@ -78,56 +97,56 @@ bool GetsRGB(PNGReader& r, int* intent) {
 
 }  // namespace
 
-// A palette image leaves its expansion and libpng's row start to the first read, which alone
-// knows whether it wants RGBA rows or indices. On a header that png_read_info accepted (the
-// palette is there) nothing in them raises an error or a warning but a failing allocation, so the
-// set-up's events still come here; the header values are what libpng's expansion gives: RGB with
-// the filler, or RGBA when the palette has a transparency chunk.
+// The filler, a palette image's expansion and libpng's row start are left to the first read,
+// which alone knows which rows it wants. Once png_read_info accepted the header, nothing in them
+// raises an error or a warning but a failing allocation, so the set-up's events still come here;
+// the header values are what the expansion gives: RGB with the filler, or RGBA (see
+// ExpandedColorType).
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
   if (!HasHandles(r) || !HasSource(r)) return false;
   if (setjmp(*r.jump)) return false;
   r.setUp = false;
-  r.expansionPending = false;
+  r.rowsPending = false;
   png_set_sig_bytes(r.png, 0);
   png_read_info(r.png, r.info);
   StoreHeader(r);
-  const bool palette = r.colorType == PNG_COLOR_TYPE_PALETTE;
+  const int colorType = static_cast<int>(r.colorType);
   RequestUnpacking(r.png);
-  if (!palette) RequestExpansion(r.png, r.info, static_cast<int>(r.colorType));
+  if (colorType != PNG_COLOR_TYPE_PALETTE) RequestExpansion(r.png, r.info, colorType);
   RequestGamma(r.png, r.info, gamma, screenGamma);
   r.passes = png_set_interlace_handling(r.png);
-  if (palette) {
-    r.colorType =
-        png_get_valid(r.png, r.info, kValidTRNS) ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
-    r.expansionPending = true;
-  } else {
-    png_read_update_info(r.png, r.info);
-    r.colorType = png_get_color_type(r.png, r.info);
-  }
+  r.colorType = ExpandedColorType(r.png, r.info, colorType);
+  r.rowsPending = true;
   r.setUp = true;
   return true;
 }
 
-void ExpandPalette(PNGReader& r) {
-  RequestExpansion(r.png, r.info, PNG_COLOR_TYPE_PALETTE);
-  png_read_update_info(r.png, r.info);
-  r.expansionPending = false;
+void StartRGBARows(PNGReader& r) {
+  RequestPaletteExpansion(r.png, r.info);
+  png_set_filler(r.png, 255, PNG_FILLER_AFTER);
+  StartRows(r);
 }
 
 void StartIndexRows(PNGReader& r) {
   // libpng would scan every row for indices past the palette, for a report that only the end of
   // the stream, which the decoders never read, can give.
   png_set_check_for_invalid_index(r.png, 0);
-  png_read_update_info(r.png, r.info);
-  r.expansionPending = false;
+  StartRows(r);
   r.indexRows = true;
 }
 
-// Before a pending palette set-up ends, libpng knows only the packed index rows; the rows it will
+void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFirst) {
+  RequestPaletteExpansion(r.png, r.info);
+  if (bgr) png_set_bgr(r.png);
+  png_set_filler(r.png, filler, fillerFirst ? PNG_FILLER_BEFORE : PNG_FILLER_AFTER);
+  StartRows(r);
+}
+
+// Before a pending set-up ends, libpng knows only the rows of the header; the rows it will
 // deliver are RGBA.
 RBInteger GetRowBytes(PNGReader& r) {
   if (!HasHandles(r)) return 0;
-  if (r.expansionPending) return static_cast<RBInteger>(int64_t{r.width} * 4);
+  if (r.rowsPending) return static_cast<RBInteger>(int64_t{r.width} * 4);
   if (setjmp(*r.jump)) return 0;
   return static_cast<RBInteger>(png_get_rowbytes(r.png, r.info));
 }
