@@ -314,12 +314,14 @@ void MaskRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   }
 }
 
-// Colour and mask of each pixel in one pass over the row, for two writers of one layout.
-template <Layout L, bool Swap>
+// Colour and mask of each pixel in one pass over the row, for two writers of one layout. In
+// place, the row is the picture's own: each word is read before it is replaced, and the loop
+// works on it as a word so that the compiler need not guard against the overlap.
+template <Layout L, bool Swap, bool InPlace>
 void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row,
                       RBInteger width) {
   for (RBInteger x = 0; x < width; ++x) {
-    const uint32_t p = PixelAt(row, x);
+    const uint32_t p = InPlace ? colours[x] : PixelAt(row, x);
     const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF, m = 255u - (p >> 24);
     colours[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
     masks[x] = Word<L>(m, m, m);
@@ -329,8 +331,14 @@ void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* r
 template <Layout L>
 void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row, RBInteger width,
                       bool swap) {
-  swap ? ColourAndMaskRow<L, true>(colours, masks, row, width)
-       : ColourAndMaskRow<L, false>(colours, masks, row, width);
+  const bool inPlace = row == reinterpret_cast<const unsigned char*>(colours);
+  if (inPlace) {
+    swap ? ColourAndMaskRow<L, true, true>(colours, masks, row, width)
+         : ColourAndMaskRow<L, false, true>(colours, masks, row, width);
+  } else {
+    swap ? ColourAndMaskRow<L, true, false>(colours, masks, row, width)
+         : ColourAndMaskRow<L, false, false>(colours, masks, row, width);
+  }
 }
 
 // The layout of a format code; false for codes that store nothing.
@@ -400,8 +408,9 @@ void PictureWriter::StoreColourAndMaskRow(const unsigned char* row, RBInteger wi
   Layout layout, maskLayout;
   if (width <= 0 || !LayoutOf(pixelFormat, &layout) || !LayoutOf(mask.pixelFormat, &maskLayout) ||
       layout != maskLayout) {
-    StoreColourRow(row, width, swap);
+    // The mask first: `row` may be this writer's own row, which the colours overwrite.
     mask.StoreMaskRow(row, width);
+    StoreColourRow(row, width, swap);
     return;
   }
   if (layout == kLast) {

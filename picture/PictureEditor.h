@@ -88,7 +88,8 @@ class PictureWriter : public PictureEditor {
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);
-  // Both of the above in one pass over the row: the colour here, the grey into `mask`.
+  // Both of the above in one pass over the row: the colour here, the grey into `mask`. The row
+  // may be this writer's current row (`destination`), decoded there and converted in place.
   void StoreColourAndMaskRow(const unsigned char* row, RBInteger width, bool swap,
                              PictureWriter& mask);
 

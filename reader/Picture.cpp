@@ -211,9 +211,30 @@ bool Decodable(const PNGReader& r) {
   return HasHandles(r) && HasSource(r) && r.setUp;
 }
 
-// Every row of the read image into the writers; for index rows, the tables first.
+// An interlaced image of RGBA rows (not indices) is read into the picture itself, whose rows
+// then take the passes in place of a buffer of their own: libpng's rows either are the picture's
+// words already or are converted in place, row by row. That needs a writer whose words libpng
+// can make (which tells that its layout is known); a writer that cannot be set up leaves the
+// image to a buffer, so that it is read all the same.
+bool ReadsIntoPicture(const PNGReader& r, Conversion& c, PictureWriter& pict, WholeImage& image) {
+  FilledRowOrder order;
+  if (c.rows != Rows::kRGBA || !SetUpWriter(pict, r) || !pict.FilledRows(c.swap, &order)) {
+    return false;
+  }
+  const int64_t tableSize = r.height * static_cast<int64_t>(sizeof(png_bytep));
+  if (tableSize < 1 || tableSize > kMaxBuffer) return false;
+  image.rows = static_cast<png_bytepp>(malloc(tableSize));
+  if (image.rows == nullptr) return false;
+  for (RBInteger y = 0; y < r.height; ++y) image.rows[y] = pict.RowAddress(y);
+  if (r.colorType == PNG_COLOR_TYPE_RGB) ChooseWords(r, c, pict);
+  return true;
+}
+
+// Every row of the read image into the writers; for index rows, the tables first. Rows that are
+// the picture's words are there already.
 void ConvertImage(const PNGReader& r, const WholeImage& image, Conversion& c, PictureWriter& pict,
                   PictureWriter* mask) {
+  if (c.rows == Rows::kWords) return;
   if (c.rows == Rows::kIndices) {
     BuildColourTable(r, c, pict);
     if (mask) BuildMaskTable(r, c, *mask);
@@ -262,17 +283,18 @@ bool ReadRGBAbyRow(PNGReader& r) {
 bool ReadRGBbyBlock(PNGReader& r) {
   if (!Decodable(r)) return false;
   Conversion c = ConversionFor(r);
-  WholeImage image;
-  if (!AllocateImage(r, c, image)) return false;
   PictureWriter pict;
+  WholeImage image;
+  const bool inPicture = ReadsIntoPicture(r, c, pict, image);
+  if (!inPicture && !AllocateImage(r, c, image)) return false;
   if (DecodeImage(r, c, image.rows)) {
-    if (SetUpWriter(pict, r)) {
+    if (inPicture || SetUpWriter(pict, r)) {
       ConvertImage(r, image, c, pict, nullptr);
       Replace(r.pict, pict.RenderPictureWriter());
     }
   } else if (r.allowDamaged) {
-    // The writer is set up only after the whole image was read, so nothing is rendered.
-    Replace(r.pict, pict.RenderPictureWriter());
+    // No picture holds a whole image, so nothing is rendered.
+    Replace(r.pict, nullptr);
   }
   return r.pict != nullptr;
 }
@@ -280,20 +302,21 @@ bool ReadRGBbyBlock(PNGReader& r) {
 bool ReadRGBAbyBlock(PNGReader& r) {
   if (!Decodable(r)) return false;
   Conversion c = ConversionFor(r);
+  PictureWriter pict;
   WholeImage image;
-  if (!AllocateImage(r, c, image)) return false;
+  const bool inPicture = ReadsIntoPicture(r, c, pict, image);
+  if (!inPicture && !AllocateImage(r, c, image)) return false;
   PictureWriter mask;
   if (!SetUpWriter(mask, r)) return false;
-  PictureWriter pict;
   if (DecodeImage(r, c, image.rows)) {
-    if (SetUpWriter(pict, r)) {
+    if (inPicture || SetUpWriter(pict, r)) {
       ConvertImage(r, image, c, pict, &mask);
       Replace(r.mask, mask.RenderPictureWriter());
       Replace(r.pict, pict.RenderPictureWriter());
     }
   } else if (r.allowDamaged) {
-    // The picture writer was never set up; the mask holds nothing that was decoded.
-    Replace(r.pict, pict.RenderPictureWriter());
+    // No picture holds a whole image; the mask holds nothing that was decoded.
+    Replace(r.pict, nullptr);
     Replace(r.mask, mask.RenderPictureWriter());
   }
   return r.pict != nullptr;
