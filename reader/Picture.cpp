@@ -172,7 +172,8 @@ int64_t RowBytes(const PNGReader& r, const Conversion& c) {
   return c.rows == Rows::kIndices ? int64_t{r.width} : int64_t{r.width} * 4;
 }
 
-// The decoded image of all passes: one buffer and a table of its rows.
+// Where the passes of an interlaced image go: a table of rows, and the buffer they point into
+// when the image is not read into the picture itself.
 struct WholeImage {
   unsigned char* buffer = nullptr;
   png_bytepp rows = nullptr;
