@@ -2,6 +2,7 @@
 // classes, and calls by name or declaration.
 #include <dlfcn.h>
 
+#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -81,6 +82,7 @@ Host::State& Host::Internal() {
 
 void Host::Start(const Profile& profile) {
   if (state_->started) throw Error("the host is already running; call Shutdown first");
+  if (profile.CairoPictures()) LoadCairo();
   state_->profile = profile;
   state_->pictureFormat = 2;
   state_->picturePadding = 0;

@@ -11,7 +11,7 @@
 
 namespace fuzz {
 
-// Starts the host of the profile named by PNGKRV_HOST (desktop-2019.1 when unset), with pictures
+// Starts the host of the profile named by PNGKRV_HOST (linux-desktop-2019.1 when unset), with pictures
 // capped at a few million pixels, and loads the plug-in when `loadPlugin`.
 emu::Host& StartHost(bool loadPlugin = true);
 

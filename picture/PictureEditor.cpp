@@ -71,6 +71,14 @@ bool UsableContext(const BitmapContextInfo& info) {
          info.bytesPerRow >= info.width * 4;
 }
 
+#if !defined(__APPLE__)
+// Rows that hold their pixels, as for a bitmap context.
+bool UsableSurface(const CairoImageInfo& info) {
+  return info.data != nullptr && info.width >= 0 && info.height >= 0 &&
+         int64_t{info.stride} >= int64_t{info.width} * 4;
+}
+#endif
+
 // A true-colour gd image whose rows hold the described size.
 bool UsableGDImage(const REALpictureDescription& d) {
   const auto* image = static_cast<const gdImage*>(d.pictureData);
@@ -98,6 +106,12 @@ PictureEditor::~PictureEditor() {
 void PictureEditor::Release() {
   state = 0;
   if (descriptionLocked) {
+#if !defined(__APPLE__)
+    // cairo learns of the pixels written behind its back while the context is still locked.
+    if (forWriting && description.pictureType == pictureCairoContext) {
+      MarkCairoContextDirty(description.pictureData);
+    }
+#endif
     if (picture) REALUnlockPictureDescription(picture);
     descriptionLocked = false;
   }
@@ -159,7 +173,7 @@ bool PictureEditor::GetPictureEditor(REALpicture pic, bool reading, bool writing
 bool PictureEditor::GetPictureEditorInternal(REALpicture pic, bool reading, bool writing,
                                              int depth) {
   hasAlpha = ReadHasAlpha(pic);
-  if (!IsConsole && GetPictureEditorCGBitmapContext(pic, hasAlpha)) return true;
+  if (!IsConsole && GetPictureEditorDesktop(pic, hasAlpha)) return true;
   if (!IsDesktop && GetPictureEditorGDImagePtr(pic)) return true;
   if (depth != 1 || IsConsole || !reading || writing) return false;
   return EditDrawnCopy(pic, reading);
@@ -203,6 +217,34 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   return ok;
 }
 
+// A desktop picture: a cairo image surface on a Linux host, a bitmap context on macOS.
+bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool wantAlpha) {
+#if !defined(__APPLE__)
+  if (GetPictureEditorCairo(pic)) return true;
+#endif
+  return GetPictureEditorCGBitmapContext(pic, wantAlpha);
+}
+
+#if !defined(__APPLE__)
+bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
+  if (!CairoAvailable() || !LockDescription(pic, &description, pictureCairoContext)) return false;
+  IsDesktop = true;
+  CairoImageInfo info = {};
+  if (description.pictureType != pictureCairoContext || description.pictureData == nullptr ||
+      !QueryCairoContext(description.pictureData, &info) || !UsableSurface(info)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  Attach(pic);
+  rowBytes = info.stride;
+  width = info.width;
+  height = info.height;
+  baseAddress = pixels = info.data;
+  pixelFormat = info.premultiplied ? kPixelFormatCairoARGB32 : kPixelFormatCairoRGB24;
+  return true;
+}
+#endif
+
 bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAlpha) {
   if (!LockDescription(pic, &description, pictureCGBitmapContext)) return false;
   IsDesktop = true;
@@ -231,7 +273,7 @@ bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
   }
   const auto* image = static_cast<const gdImage*>(description.pictureData);
   Attach(pic);
-  pixelFormat = 8;
+  pixelFormat = kPixelFormatGD;
   rowBytes = description.width * 4;
   width = description.width;
   height = description.height;
@@ -274,13 +316,15 @@ namespace {
 
 // The word of one pixel in the formats' three layouts; the format is chosen once a row so that
 // the pixel loops below are straight lines the compiler can vectorise.
-enum Layout { kLast, kFirst, kGd };
+// gd words are opaque with alpha 0, cairo words with alpha 255.
+enum Layout { kLast, kFirst, kGd, kCairo };
 
 template <Layout L>
 inline uint32_t Word(uint32_t c1, uint32_t c2, uint32_t c3) {
   if (L == kLast) return 0xFF000000u | c1 << 16 | c2 << 8 | c3;
   if (L == kFirst) return c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
-  return c1 | c2 << 8 | c3 << 16;
+  if (L == kGd) return c1 | c2 << 8 | c3 << 16;
+  return 0xFF000000u | c1 | c2 << 8 | c3 << 16;
 }
 
 template <Layout L, bool Swap>
@@ -312,8 +356,12 @@ bool LayoutOf(int32_t format, Layout* layout) {
     case 6:
       *layout = kFirst;
       return true;
-    case 8:
+    case kPixelFormatGD:
       *layout = kGd;
+      return true;
+    case kPixelFormatCairoARGB32:
+    case kPixelFormatCairoRGB24:
+      *layout = kCairo;
       return true;
     default:
       return false;
@@ -331,9 +379,12 @@ void PictureWriter::StoreColourRow(const unsigned char* row, RBInteger width, bo
     } else if (layout == kFirst) {
       swap ? ColourRow<kFirst, true>(destination, row, width)
            : ColourRow<kFirst, false>(destination, row, width);
-    } else {
+    } else if (layout == kGd) {
       swap ? ColourRow<kGd, true>(destination, row, width)
            : ColourRow<kGd, false>(destination, row, width);
+    } else {
+      swap ? ColourRow<kCairo, true>(destination, row, width)
+           : ColourRow<kCairo, false>(destination, row, width);
     }
   }
   NextRow();
@@ -346,8 +397,10 @@ void PictureWriter::StoreMaskRow(const unsigned char* row, RBInteger width) {
       MaskRow<kLast>(destination, row, width);
     } else if (layout == kFirst) {
       MaskRow<kFirst>(destination, row, width);
-    } else {
+    } else if (layout == kGd) {
       MaskRow<kGd>(destination, row, width);
+    } else {
+      MaskRow<kCairo>(destination, row, width);
     }
   }
   NextRow();

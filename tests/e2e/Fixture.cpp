@@ -12,7 +12,7 @@ namespace {
 
 const emu::Profile* SelectedProfile() {
   const char* name = getenv("PNGKRV_HOST");
-  const emu::Profile* profile = emu::FindProfile(name ? name : "desktop-2019.1");
+  const emu::Profile* profile = emu::FindProfile(name ? name : "linux-desktop-2019.1");
   if (profile == nullptr) {
     fprintf(stderr, "unknown host profile %s\n", name);
     exit(2);
@@ -48,6 +48,11 @@ std::string PngSuiteDir() {
   std::string path = dir ? dir : PNGSUITE_DEFAULT_DIR;
   struct stat st;
   return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? path : std::string();
+}
+
+bool ToolProfile(const std::string& name) {
+  return name == "linux-desktop-2019.1" || name == "mac-desktop-2019.1" ||
+         name == "console-2019.1" || name == "web-2019.1";
 }
 
 Reader::Reader() {

@@ -15,6 +15,9 @@ namespace e2e {
 emu::Host& Host();
 const emu::Profile& Profile();
 std::string PngSuiteDir();  // empty when the suite is absent
+// The profiles that run the command-line tool: one of each picture storage and application kind
+// (the in-process tests cover every profile).
+bool ToolProfile(const std::string& name);
 
 // A PNGReaderKRV whose events are collected.
 struct Reader {

@@ -2,6 +2,8 @@
 // uses, SwapRB, damaged data with and without AllowDamaged, and CombinePictureWithMask.
 #include <string.h>
 
+#include <map>
+
 #include "tests/e2e/Fixture.h"
 
 namespace e2e {
@@ -13,16 +15,27 @@ bool Desktop() {
   return Profile().app == emu::AppKind::Desktop;
 }
 
-// The pixel formats new pictures of this host come in: the six bitmap-context layouts, with and
-// without row padding, on desktop hosts; gd true colour elsewhere.
-std::vector<std::pair<int, int>> Formats() {
-  if (!Desktop()) return {{8, 0}};
-  std::vector<std::pair<int, int>> formats;
+bool LinuxDesktop() {
+  return Desktop() && Profile().platform == emu::Platform::Linux;
+}
+
+// A storage new pictures of this host come in: the alpha info and row padding set on the host, and
+// the format the picture is then stored in.
+struct Storage {
+  int alphaInfo, padding, format;
+};
+
+// Linux desktop hosts: cairo RGB24 (10), with and without row padding; macOS desktop hosts: the
+// six bitmap-context layouts, each with and without padding; elsewhere gd true colour (8).
+std::vector<Storage> Storages() {
+  if (!Desktop()) return {{2, 0, 8}};
+  if (LinuxDesktop()) return {{2, 0, 10}, {2, 12, 10}};
+  std::vector<Storage> storages;
   for (int alpha = 1; alpha <= 6; ++alpha) {
-    formats.push_back({alpha, 0});
-    formats.push_back({alpha, 12});
+    storages.push_back({alpha, 0, alpha});
+    storages.push_back({alpha, 12, alpha});
   }
-  return formats;
+  return storages;
 }
 
 Bytes Rgba(const emu::Value& picture) {
@@ -51,8 +64,8 @@ class ReaderPicture : public PluginTest {
     if (Desktop()) Host().SetPictureFormat(2, 0);
     PluginTest::TearDown();
   }
-  void UseFormat(const std::pair<int, int>& format) {
-    if (Desktop()) Host().SetPictureFormat(format.first, format.second);
+  void Use(const Storage& storage) {
+    if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
   }
   // Opens and sets up `png`, then ReadPicture.
   static bool ReadPicture(Reader& reader, const Bytes& png, bool allowDamaged = false) {
@@ -65,20 +78,20 @@ class ReaderPicture : public PluginTest {
 };
 
 TEST_F(ReaderPicture, EveryFormatPlainAndInterlaced) {
-  for (const auto& format : Formats()) {
+  for (const Storage& storage : Storages()) {
     for (int colorType : {2, 6}) {
       for (bool interlaced : {false, true}) {
-        SCOPED_TRACE("format " + std::to_string(format.first) + " padding " +
-                     std::to_string(format.second) + " colour type " + std::to_string(colorType) +
+        SCOPED_TRACE("alpha info " + std::to_string(storage.alphaInfo) + " padding " +
+                     std::to_string(storage.padding) + " colour type " + std::to_string(colorType) +
                      (interlaced ? " interlaced" : ""));
-        UseFormat(format);
+        Use(storage);
         const Bytes png = samples::Encode(samples::Pattern(19, 7, 8, colorType, interlaced));
         uint32_t w = 0, h = 0;
         const Bytes expected = samples::DecodeRGBA(png, &w, &h);
         Reader reader;
         ASSERT_TRUE(ReadPicture(reader, png));
         emu::Value pict = Pict(reader);
-        EXPECT_EQ(Host().RawPicture(pict).format, format.first);
+        EXPECT_EQ(Host().RawPicture(pict).format, storage.format);
         EXPECT_EQ(Rgba(pict), WithOpaqueAlpha(expected));
         emu::Value mask = Mask(reader);
         if (colorType == 2) {
@@ -108,16 +121,21 @@ TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
     expected.insert(expected.end(), second.begin(), second.end());
     EXPECT_EQ(Rgba(Pict(reader)), expected) << "SwapRB " << swap;
   }
-  if (!Desktop()) return;
-  // The words stored in format 1, in host byte order.
-  Host().SetPictureFormat(1, 0);
+  // The words stored for red and blue, in host byte order: gd's alpha 0 and cairo's alpha 255 are
+  // opaque; on macOS the bitmap context of alpha info 1 keeps R, G, B, A in memory.
+  const std::map<int, std::pair<uint32_t, uint32_t>> kWords = {
+      {1, {0xFF0000FFu, 0xFFFF0000u}},
+      {8, {0x00FF0000u, 0x000000FFu}},
+      {10, {0xFFFF0000u, 0xFF0000FFu}},
+  };
+  Use({1, 0, 1});
   Reader reader;
   ASSERT_TRUE(ReadPicture(reader, png));
-  const std::string raw = Host().RawPicture(Pict(reader)).bytes;
+  const emu::PictureRaw raw = Host().RawPicture(Pict(reader));
+  ASSERT_EQ(kWords.count(raw.format), 1u) << raw.format;
   uint32_t words[2];
-  memcpy(words, raw.data(), 8);
-  EXPECT_EQ(words[0], 0xFF0000FFu);
-  EXPECT_EQ(words[1], 0xFFFF0000u);
+  memcpy(words, raw.bytes.data(), 8);
+  EXPECT_EQ(std::make_pair(words[0], words[1]), kWords.at(raw.format));
 }
 
 TEST_F(ReaderPicture, MaskIsTheComplementOfAlpha) {

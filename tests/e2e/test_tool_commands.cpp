@@ -51,7 +51,7 @@ class ToolRoundTrip : public PluginTest {
  protected:
   void SetUp() override {
     const std::string profile = Profile().name;
-    if (profile != "desktop-2019.1" && profile != "console-2019.1" && profile != "web-2019.1") {
+    if (!ToolProfile(profile)) {
       GTEST_SKIP() << "one profile of each application kind";
     }
     if (!PngSuiteDir().empty()) {
@@ -88,7 +88,7 @@ class ToolRoundTrip : public PluginTest {
 class ToolCommands : public PluginTest {
  protected:
   void SetUp() override {
-    if (Profile().name != "desktop-2019.1") GTEST_SKIP() << "one profile is enough";
+    if (Profile().name != "linux-desktop-2019.1") GTEST_SKIP() << "one profile is enough";
   }
 };
 
@@ -172,8 +172,8 @@ TEST_F(ToolCommands, CgBIConverts) {
 }
 
 TEST_F(ToolCommands, RegistryListsClassesModulesAndMethods) {
-  const ToolRun modules = RunTool("--host desktop-2013.04 registry");
-  const ToolRun extension = RunTool("--host desktop-2012.0 registry");
+  const ToolRun modules = RunTool("--host linux-desktop-2013.04 registry");
+  const ToolRun extension = RunTool("--host linux-desktop-2012.0 registry");
   ASSERT_EQ(modules.status, 0) << modules.output;
   ASSERT_EQ(extension.status, 0) << extension.output;
   for (const ToolRun* run : {&modules, &extension}) {

@@ -36,7 +36,7 @@ int Usage(const std::string& problem) {
 }
 
 void PrintHelp() {
-  std::cout << kUsage << "\nhost profiles (default desktop-2019.1):\n";
+  std::cout << kUsage << "\nhost profiles (default linux-desktop-2019.1):\n";
   for (const emu::Profile& p : emu::BuiltInProfiles()) std::cout << "  " << p.name << "\n";
 }
 
@@ -87,7 +87,7 @@ bool TakeOptions(std::vector<std::string>& args, const cli::Command& command, cl
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   cli::Options options;
-  options.profile = emu::FindProfile("desktop-2019.1");
+  options.profile = emu::FindProfile("linux-desktop-2019.1");
   options.pluginPath = PNGKRV_PLUGIN_PATH;
   while (!args.empty() && args[0].rfind("--", 0) == 0) {
     if (args[0] == "--help") {
