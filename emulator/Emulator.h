@@ -22,7 +22,8 @@
 // Values are copyable: a copy of a string or object value takes its own host reference and every
 // value gives its reference back when destroyed. Misuse by the caller (unknown method, no matching
 // overload, wrong value kind) throws emu::Error; faults of the plug-in (bad handles, double
-// unlocks, unknown event records) never throw into plug-in code but are recorded for the audit.
+// unlocks, event words it never issued, names no host serves) never throw into plug-in code but are
+// recorded for the audit.
 #pragma once
 
 #include <cstddef>
@@ -261,6 +262,7 @@ struct ClassInfo {
   std::string name;
   std::string superName;
   size_t dataSize = 0;
+  RBInteger dataOffset = 0;  // where the class data lies in an instance, written to forSystemUse
   uint32_t flags = 0;
   REALproc constructor = nullptr;
   REALproc destructor = nullptr;
@@ -448,6 +450,10 @@ class Host {
   // The resolver for plug-in code linked into the process directly.
   static REALResolver Resolver();
   size_t LookupCount(std::string_view name) const;
+  // Every name the plug-in asked the resolver for, and how many of its requests named an entry
+  // point that no real host serves (each such name is also an audit error).
+  std::vector<std::string> LookedUpNames() const;
+  size_t UnservedLookups() const;
 
   const Registry& GetRegistry() const;
   void DumpRegistry(std::ostream& out) const;

@@ -88,9 +88,9 @@ void RaiseException(REALobject exception) noexcept {
   });
 }
 
-REALproc GetEventInstance(REALobject obj, REALevent* event) noexcept {
+REALproc GetEventInstance(REALobject obj, RBInteger hostWord) noexcept {
   return Guard<REALproc>("GetEventInstance", nullptr, [&](Host::State& s) {
-    return reinterpret_cast<REALproc>(s.EventInstance(obj, event));
+    return reinterpret_cast<REALproc>(s.EventInstance(obj, hostWord));
   });
 }
 
@@ -105,19 +105,6 @@ REALproc LoadObjectMethod(REALobject obj, const char* declaration) noexcept {
         if (m.declaration == declaration) return m.handler;
       }
     }
-    return nullptr;
-  });
-}
-
-void* GetClassData(REALobject obj, REALclassDefinition* def) noexcept {
-  return Guard<void*>("REALGetClassData", nullptr, [&](Host::State& s) -> void* {
-    auto* instance = s.LiveAs<InstanceObject>(obj, ObjectKind::Instance, "REALGetClassData");
-    if (instance == nullptr) return nullptr;
-    for (auto& [index, data] : instance->data) {
-      if (s.registry.classes[index].definition == def) return data.get();
-    }
-    s.Fault("REALGetClassData: " + instance->className + " is not of the class " +
-            (def != nullptr && def->name != nullptr ? def->name : "(unknown)"));
     return nullptr;
   });
 }
@@ -186,11 +173,31 @@ RBBoolean GetPropBool(REALobject obj, const char* name, RBBoolean* out) noexcept
   return GetPropScalar("REALGetPropValueBool", obj, name, out, ValueKind::Boolean);
 }
 
-RBBoolean SetPropInteger(REALobject obj, const char* name, RBInteger value) noexcept {
-  return Guard<RBBoolean>("REALSetPropValueInteger", 0, [&](Host::State& s) -> RBBoolean {
-    if (name == nullptr || s.Live(obj, "REALSetPropValueInteger") == nullptr) return 0;
+// The older entry point gives 32 bits whatever the build; a value that does not fit is not read.
+RBBoolean GetPropInt32(REALobject obj, const char* name, int32_t* out) noexcept {
+  RBInteger wide = 0;
+  if (out == nullptr ||
+      !GetPropScalar("REALGetPropValueInt", obj, name, &wide, ValueKind::Integer)) {
+    return 0;
+  }
+  if (wide < INT32_MIN || wide > INT32_MAX) return 0;
+  *out = static_cast<int32_t>(wide);
+  return 1;
+}
+
+RBBoolean SetPropScalar(const char* entry, REALobject obj, const char* name, RBInteger value) {
+  return Guard<RBBoolean>(entry, 0, [&](Host::State& s) -> RBBoolean {
+    if (name == nullptr || s.Live(obj, entry) == nullptr) return 0;
     return s.WriteProperty(obj, name, Value(value)) ? 1 : 0;
   });
+}
+
+RBBoolean SetPropInteger(REALobject obj, const char* name, RBInteger value) noexcept {
+  return SetPropScalar("REALSetPropValueInteger", obj, name, value);
+}
+
+RBBoolean SetPropInt32(REALobject obj, const char* name, int32_t value) noexcept {
+  return SetPropScalar("REALSetPropValueInt", obj, name, value);
 }
 
 EntryTable BuildTable() {
@@ -207,14 +214,13 @@ EntryTable BuildTable() {
   table["RuntimeRaiseException"] = reinterpret_cast<void*>(&RaiseException);
   table["GetEventInstance"] = reinterpret_cast<void*>(&GetEventInstance);
   table["REALLoadObjectMethod"] = reinterpret_cast<void*>(&LoadObjectMethod);
-  table["REALGetClassData"] = reinterpret_cast<void*>(&GetClassData);
   table["pluginObjectType"] = reinterpret_cast<void*>(&ObjectType);
   table["REALGetPropValueString"] = reinterpret_cast<void*>(&GetPropString);
   table["REALSetPropValueString"] = reinterpret_cast<void*>(&SetPropString);
   table["REALGetPropValueInteger"] = reinterpret_cast<void*>(&GetPropInteger);
-  table["REALGetPropValueInt"] = reinterpret_cast<void*>(&GetPropInteger);
+  table["REALGetPropValueInt"] = reinterpret_cast<void*>(&GetPropInt32);
   table["REALSetPropValueInteger"] = reinterpret_cast<void*>(&SetPropInteger);
-  table["REALSetPropValueInt"] = reinterpret_cast<void*>(&SetPropInteger);
+  table["REALSetPropValueInt"] = reinterpret_cast<void*>(&SetPropInt32);
   table["REALGetPropValueBool"] = reinterpret_cast<void*>(&GetPropBool);
   AddStringEntries(table);
   AddCollectionEntries(table);
@@ -227,10 +233,15 @@ void* Resolve(const char* name) noexcept {
     Host::State& s = CurrentState();
     if (!s.started || name == nullptr) return nullptr;
     ++s.lookups[name];
-    if (s.profile.withheld.count(name) != 0) return nullptr;
     static const EntryTable table = BuildTable();
     auto it = table.find(std::string_view(name));
-    return it != table.end() ? it->second : nullptr;
+    if (it == table.end()) {
+      // The table is what a real host serves: a plug-in that needs anything else is inert there.
+      if (s.unserved[name]++ == 0)
+        s.Fault(std::string("resolver: no host serves \"") + name + "\"");
+      return nullptr;
+    }
+    return s.profile.withheld.count(name) != 0 ? nullptr : it->second;
   } catch (...) {
     return nullptr;
   }
@@ -240,6 +251,18 @@ void* Resolve(const char* name) noexcept {
 
 REALResolver Host::Resolver() {
   return &Resolve;
+}
+
+std::vector<std::string> Host::LookedUpNames() const {
+  std::vector<std::string> names;
+  for (const auto& entry : state_->lookups) names.push_back(entry.first);
+  return names;
+}
+
+size_t Host::UnservedLookups() const {
+  size_t total = 0;
+  for (const auto& entry : state_->unserved) total += entry.second;
+  return total;
 }
 
 size_t Host::LookupCount(std::string_view name) const {

@@ -1,6 +1,6 @@
-// Events: the plug-in asks for the user's implementation of an event with the event record it
-// registered; the emulator answers with a libffi closure of the event's declared signature that
-// runs the test's lambda.
+// Events: the plug-in asks for the user's implementation of an event with the host word of the
+// event record it registered; the emulator answers with a libffi closure of the event's declared
+// signature that runs the test's lambda.
 #include <cstring>
 
 #include "emulator/Internal.h"
@@ -84,20 +84,18 @@ EventClosure::~EventClosure() {
   ffi_closure_free(closure);
 }
 
-void* Host::State::EventInstance(void* object, const void* eventRecord) {
+// The host knows an event only by the word it wrote into the registered event record; anything
+// else (the address of a record, a word of another host) is a fault, as it would crash a host.
+void* Host::State::EventInstance(void* object, RBInteger hostWord) {
   auto* instance = LiveAs<InstanceObject>(object, ObjectKind::Instance, "GetEventInstance");
   if (instance == nullptr) return nullptr;
-  auto known = eventRecords.find(eventRecord);
-  if (known == eventRecords.end()) {
-    Fault("GetEventInstance: not a registered event record");
+  auto known = eventWords.find(hostWord);
+  if (known == eventWords.end()) {
+    Fault("GetEventInstance: " + std::to_string(hostWord) + " is no event word this host issued");
     return nullptr;
   }
   const ClassInfo& owner = registry.classes[known->second.classIndex];
   const EventInfo& event = owner.events[known->second.eventIndex];
-  if (static_cast<const REALevent*>(eventRecord)->forSystemUse != event.hostWord) {
-    Fault("GetEventInstance: the host word of event " + event.declaration + " was changed");
-    return nullptr;
-  }
   if (!IsA(instance->className, owner.name)) {
     Fault("GetEventInstance: " + instance->className + " has no event " + event.declaration);
     return nullptr;

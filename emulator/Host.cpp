@@ -2,6 +2,8 @@
 // classes, and calls by name or declaration.
 #include <dlfcn.h>
 
+#include <algorithm>
+
 #include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
@@ -52,16 +54,21 @@ Host::State& CurrentState() {
   return Host::Instance().Internal();
 }
 
-InstanceObject::InstanceObject(size_t cls, std::string name, EventHandlers events, std::string made)
+InstanceObject::InstanceObject(size_t cls, std::string name, size_t bytes, EventHandlers events,
+                               std::string made)
     : Object(ObjectKind::Instance, std::move(made)),
+      memory(std::make_unique<unsigned char[]>(bytes)),
+      size(bytes),
       classIndex(cls),
       className(std::move(name)),
       handlers(std::move(events)) {}
 
 InstanceObject::~InstanceObject() = default;
 
+// The allocation stays (a late unlock of the handle must still be recognised); its class data is
+// overwritten so that a plug-in reading a freed instance finds nothing it wrote.
 void InstanceObject::FreePayload() {
-  data.clear();
+  std::fill(memory.get() + kInstanceHeaderSize, memory.get() + size, 0xDD);
   closures.clear();
   handlers.clear();
 }
@@ -152,13 +159,12 @@ Value Host::State::Instantiate(std::string_view className, const EventHandlers& 
     }
     if (!declared) throw Error(std::string(className) + " has no event " + name);
   }
-  auto instance = std::make_unique<InstanceObject>(*index, registry.classes[*index].name, events,
-                                                   std::move(creator));
-  for (size_t c : chain) {
-    size_t size = registry.classes[c].dataSize;
-    if (size > kMaxRecordSize) throw Error("instance record of " + registry.classes[c].name);
-    instance->data[c] = std::make_unique<unsigned char[]>(size > 0 ? size : 1);
-  }
+  // The class itself comes last in the allocation, after its ancestors.
+  const ClassInfo& cls = registry.classes[*index];
+  if (cls.dataSize > kMaxRecordSize) throw Error("instance record of " + cls.name);
+  const size_t bytes = static_cast<size_t>(cls.dataOffset) + cls.dataSize;
+  auto instance =
+      std::make_unique<InstanceObject>(*index, cls.name, bytes, events, std::move(creator));
   void* handle = Add(std::move(instance))->Handle();
   Value made = Value::AdoptObject(handle);
   // Constructors run from the base class down.

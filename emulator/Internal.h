@@ -174,18 +174,25 @@ struct GraphicsObject : Object {
 
 struct EventClosure;
 
+// Bytes of the host's own at the start of every instance, before any class data.
+constexpr size_t kInstanceHeaderSize = 32;
+
+// An instance is one zero-filled allocation: the host's header, then the class data of each class
+// of its chain at the offset the host wrote into that class's definition. The handle the plug-in
+// sees is the address of the allocation.
 struct InstanceObject : Object {
-  InstanceObject(size_t cls, std::string name, EventHandlers events, std::string made);
+  InstanceObject(size_t cls, std::string name, size_t bytes, EventHandlers events,
+                 std::string made);
   ~InstanceObject() override;
-  void* Handle() override { return &record; }
+  void* Handle() override { return memory.get(); }
   std::string ClassName() const override { return className; }
   void FreePayload() override;
+  unsigned char* ClassData(RBInteger offset) { return memory.get() + offset; }
 
-  OpaqueRecord record;
+  std::unique_ptr<unsigned char[]> memory;
+  size_t size;
   size_t classIndex;
   std::string className;
-  // The record of each class of the chain, by class index, zero-filled.
-  std::map<size_t, std::unique_ptr<unsigned char[]>> data;
   EventHandlers handlers;
   std::map<RBInteger, std::unique_ptr<EventClosure>> closures;  // by event host word
 };
@@ -226,6 +233,7 @@ struct Host::State {
   Profile profile;
   uint64_t generation = 1;
   std::map<std::string, size_t, std::less<>> lookups;
+  std::map<std::string, size_t, std::less<>> unserved;  // names no real host answers
   std::vector<void*> pluginHandles;
   RBInteger memoryBlockLimit = RBInteger{1} << 30;
   uint64_t picturePixelLimit = uint64_t{1} << 28;
@@ -236,7 +244,7 @@ struct Host::State {
   Registry registry;
   int nextSequence = 0;
   RBInteger nextEventWord = 0x45560001;
-  std::map<const void*, EventKey> eventRecords;
+  std::map<RBInteger, EventKey> eventWords;           // the words issued at registration
   std::map<std::string, int, std::less<>> classRefs;  // lower-case name -> tag
 
   // Objects
@@ -305,6 +313,7 @@ struct Host::State {
   void RegisterModule(const REALmoduleDefinition* def);
   void RegisterMethod(const REALmethodDefinition* def);
   void IssueEventWords(size_t classIndex);
+  void PlaceClassData(ClassInfo& info, REALclassDefinition* def);
   bool OldLayout(uint32_t versionWord) const;
   bool IsA(const std::string& className, std::string_view ancestor) const;
 
@@ -330,7 +339,7 @@ struct Host::State {
   bool WriteProperty(void* object, std::string_view name, const Value& value);
 
   // Events.cpp
-  void* EventInstance(void* object, const void* eventRecord);
+  void* EventInstance(void* object, RBInteger hostWord);
 
   // Pictures.cpp
   // Gives a picture host storage of that size, its pixels not yet set; std::bad_alloc when too

@@ -147,7 +147,8 @@ void Host::State::Reset() {
   auditErrors.clear();
   registry = Registry();
   nextSequence = 0;
-  eventRecords.clear();
+  eventWords.clear();
+  unserved.clear();
   classRefs.clear();
   lookups.clear();
   pendingException = nullptr;

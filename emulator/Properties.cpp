@@ -47,7 +47,7 @@ unsigned char* Field(Host::State& s, InstanceObject& instance, const FoundProper
   if (p.param < 0 || end > s.registry.classes[found.classIndex].dataSize) {
     throw Error("property " + p.name + " lies outside the instance record");
   }
-  return instance.data[found.classIndex].get() + p.param;
+  return instance.ClassData(s.registry.classes[found.classIndex].dataOffset) + p.param;
 }
 
 template <typename T>

@@ -190,9 +190,26 @@ void Host::State::RegisterClass(REALclassDefinition* def, bool extension) {
     e.record = record;
     info.events.push_back(std::move(e));
   }
-  auto& list = extension ? registry.extensions : registry.classes;
-  list.push_back(std::move(info));
-  if (!extension) IssueEventWords(list.size() - 1);
+  if (extension) {
+    registry.extensions.push_back(std::move(info));
+    return;
+  }
+  PlaceClassData(info, def);
+  registry.classes.push_back(std::move(info));
+  IssueEventWords(registry.classes.size() - 1);
+}
+
+// Places the class data of a new class inside its instances, after the host's header and the
+// data of its ancestors, and tells the plug-in where through the definition's host word (the
+// fifth word in both layouts). The gap before the data differs from class to class, so that a
+// plug-in that computes one class's data with another class's definition lands on wrong bytes.
+void Host::State::PlaceClassData(ClassInfo& info, REALclassDefinition* def) {
+  const ClassInfo* super = registry.FindClass(info.superName);
+  const size_t base =
+      super != nullptr ? static_cast<size_t>(super->dataOffset) + (super->dataSize + 15) / 16 * 16
+                       : kInstanceHeaderSize;
+  info.dataOffset = static_cast<RBInteger>(base + 16 * (registry.classes.size() + 1));
+  def->forSystemUse = info.dataOffset;
 }
 
 // Stores a word of the host's own in each event record, by which GetEventInstance later knows
@@ -204,7 +221,7 @@ void Host::State::IssueEventWords(size_t classIndex) {
     e.hostWord = nextEventWord++;
     auto* record = static_cast<REALevent*>(const_cast<void*>(e.record));
     record->forSystemUse = e.hostWord;
-    eventRecords[e.record] = EventKey{classIndex, i};
+    eventWords[e.hostWord] = EventKey{classIndex, i};
   }
 }
 

@@ -50,6 +50,19 @@ struct RetrySlot {
   }
 };
 
+// A retry slot whose two names have different signatures: at most one of the two is set.
+template <typename Primary, typename Fallback>
+struct FallbackSlot {
+  Primary primary = nullptr;
+  Fallback fallback = nullptr;
+
+  void Get(const char* name, const char* fallbackName) {
+    if (primary != nullptr || fallback != nullptr) return;
+    primary = reinterpret_cast<Primary>(Resolve(name));
+    if (primary == nullptr) fallback = reinterpret_cast<Fallback>(Resolve(fallbackName));
+  }
+};
+
 }  // namespace hostrt
 
 // Declares the cache slot of one wrapper and binds `fn` to the resolved entry point.
@@ -132,9 +145,9 @@ inline void REALRaiseException(REALobject exception) {
   if (fn) fn(exception);
 }
 
-inline REALproc REALGetEventInstance(REALobject obj, REALevent* event) {
+inline REALproc REALGetEventInstance(REALobject obj, RBInteger hostWord) {
   HOST_RETRY(GetEventInstanceProc, "GetEventInstance");
-  return fn ? fn(obj, event) : nullptr;
+  return fn ? fn(obj, hostWord) : nullptr;
 }
 
 inline REALproc REALLoadObjectMethod(REALobject obj, const char* declaration) {
@@ -142,9 +155,10 @@ inline REALproc REALLoadObjectMethod(REALobject obj, const char* declaration) {
   return fn ? fn(obj, declaration) : nullptr;
 }
 
-inline void* REALGetClassData(REALobject obj, REALclassDefinition* def) {
-  HOST_ONCE(REALGetClassDataProc, "REALGetClassData");
-  return fn ? fn(obj, def) : nullptr;
+// The class data of an instance: the host keeps it inside the instance, at the byte offset it
+// wrote into the registered class definition's host word. Plain arithmetic, no entry point.
+inline void* REALGetClassData(REALobject obj, const REALclassDefinition* def) {
+  return reinterpret_cast<char*>(obj) + def->forSystemUse;
 }
 
 inline RBBoolean REALGetPropValueString(REALobject obj, const char* name, REALstring* value) {
@@ -157,14 +171,25 @@ inline RBBoolean REALSetPropValueString(REALobject obj, const char* name, REALst
   return fn ? fn(obj, name, value) : 0;
 }
 
+// Integer properties: hosts that lack "REALGetPropValueInteger" (an RBInteger) may still have
+// the older "REALGetPropValueInt", which takes 32 bits whatever the build; the slot remembers
+// which of the two it found and the wrapper converts.
 inline RBBoolean REALGetPropValueInteger(REALobject obj, const char* name, RBInteger* value) {
-  HOST_RETRY(REALGetPropValueIntegerProc, "REALGetPropValueInteger", "REALGetPropValueInt");
-  return fn ? fn(obj, name, value) : 0;
+  static hostrt::FallbackSlot<REALGetPropValueIntegerProc, REALGetPropValueIntProc> slot_;
+  slot_.Get("REALGetPropValueInteger", "REALGetPropValueInt");
+  if (slot_.primary) return slot_.primary(obj, name, value);
+  if (slot_.fallback == nullptr) return 0;
+  int32_t narrow = 0;
+  RBBoolean found = slot_.fallback(obj, name, &narrow);
+  if (found) *value = narrow;
+  return found;
 }
 
 inline RBBoolean REALSetPropValueInteger(REALobject obj, const char* name, RBInteger value) {
-  HOST_RETRY(REALSetPropValueIntegerProc, "REALSetPropValueInteger", "REALSetPropValueInt");
-  return fn ? fn(obj, name, value) : 0;
+  static hostrt::FallbackSlot<REALSetPropValueIntegerProc, REALSetPropValueIntProc> slot_;
+  slot_.Get("REALSetPropValueInteger", "REALSetPropValueInt");
+  if (slot_.primary) return slot_.primary(obj, name, value);
+  return slot_.fallback ? slot_.fallback(obj, name, static_cast<int32_t>(value)) : 0;
 }
 
 inline RBBoolean REALGetPropValueBoolean(REALobject obj, const char* name, RBBoolean* value) {
@@ -314,13 +339,14 @@ inline REALclassRef REALGetClassRef(const char* className) {
 #undef HOST_ONCE
 #undef HOST_RETRY
 
-// The user's implementation of one of a class's events, or null. `tableEvent` is the event record
-// in the plug-in's own table; on hosts that took the older definition layout, the registered copy
-// is the one the host knows, and its address was left in the table record's host word.
-inline REALproc EventHandlerFor(REALobject obj, REALevent* tableEvent) {
-  REALevent* registered =
-      gControlVersion <= 9 ? reinterpret_cast<REALevent*>(tableEvent->forSystemUse) : tableEvent;
-  return registered ? REALGetEventInstance(obj, registered) : nullptr;
+// The user's implementation of one of a class's events, or null. The host knows the event by the
+// word it wrote into the registered event record. `tableEvent` is the record in the plug-in's own
+// table; on hosts that took the older definition layout the registered record is the converted
+// copy, whose address registration left in the table record's host word.
+inline REALproc EventHandlerFor(REALobject obj, const REALevent* tableEvent) {
+  if (gControlVersion > 9) return REALGetEventInstance(obj, tableEvent->forSystemUse);
+  const auto* registered = reinterpret_cast<const REALevent9*>(tableEvent->forSystemUse);
+  return registered ? REALGetEventInstance(obj, registered->forSystemUse) : nullptr;
 }
 
 // Signature of an implementation of "Error(msg as string)" and "Warning(msg as string)".

@@ -339,12 +339,16 @@ typedef void (*REALObjectProc)(REALobject);
 typedef void (*REALStringProc)(REALstring);
 typedef REALobject (*PluginNewInstanceProc)(const char* className);
 typedef void (*RuntimeRaiseExceptionProc)(REALobject);
-typedef REALproc (*GetEventInstanceProc)(REALobject, REALevent*);
+// The second argument is the host word of the registered event record (its forSystemUse).
+typedef REALproc (*GetEventInstanceProc)(REALobject, RBInteger hostWord);
 typedef REALproc (*REALLoadObjectMethodProc)(REALobject, const char* declaration);
 typedef RBBoolean (*REALGetPropValueStringProc)(REALobject, const char*, REALstring*);
 typedef RBBoolean (*REALSetPropValueStringProc)(REALobject, const char*, REALstring);
 typedef RBBoolean (*REALGetPropValueIntegerProc)(REALobject, const char*, RBInteger*);
 typedef RBBoolean (*REALSetPropValueIntegerProc)(REALobject, const char*, RBInteger);
+// The older integer property entry points take and give 32 bits in every build.
+typedef RBBoolean (*REALGetPropValueIntProc)(REALobject, const char*, int32_t*);
+typedef RBBoolean (*REALSetPropValueIntProc)(REALobject, const char*, int32_t);
 typedef RBBoolean (*REALGetPropValueBoolProc)(REALobject, const char*, RBBoolean*);
 typedef RBBoolean (*PluginGetStringDataProc)(REALstring, uint32_t, REALstringData*);
 typedef void (*PluginDisposeStringDataProc)(REALstringData*);
@@ -372,7 +376,6 @@ typedef REALpicture (*REALBuildPictureFromBufferProc)(RBInteger width, RBInteger
                                                       RBInteger rowBytes);
 typedef int32_t (*PluginPictureGetTypeProc)(REALpicture);
 typedef REALclassRef (*PluginObjectTypeProc)(const char* className);
-typedef void* (*REALGetClassDataProc)(REALobject, REALclassDefinition*);
 typedef double (*REALGetRBVersionProc)(void);
 typedef void (*RegisterPluginVersionProc)(int32_t);
 

@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <set>
+
 namespace e2e {
 
 namespace {
@@ -105,10 +107,64 @@ TempFile::~TempFile() {
   unlink(path.c_str());
 }
 
+// The entry points a real host serves, by resolver name. A plug-in that asks for anything else
+// depends on something no host gives it.
+const std::set<std::string, std::less<>> kRealHostEntryPoints = {
+    "PluginRegisterClass",
+    "PluginRegisterModule",
+    "PluginRegisterClassExtension",
+    "PluginRegisterMethod",
+    "REALLockObject",
+    "REALUnlockObject",
+    "REALLockString",
+    "REALUnlockString",
+    "PluginNewInstance",
+    "RuntimeRaiseException",
+    "GetEventInstance",
+    "REALLoadObjectMethod",
+    "REALGetPropValueString",
+    "REALSetPropValueString",
+    "REALGetPropValueInteger",
+    "REALGetPropValueInt",
+    "REALSetPropValueInteger",
+    "REALSetPropValueInt",
+    "REALGetPropValueBool",
+    "PluginGetStringData",
+    "PluginDisposeStringData",
+    "REALConvertString",
+    "REALGetStringEncoding",
+    "REALSetStringEncoding",
+    "REALBuildString",
+    "REALBuildStringWithEncoding",
+    "REALGetStringCFString",
+    "RuntimeUBound",
+    "PluginColorArrayGetProc",
+    "PluginIntegerArrayGetProc",
+    "PluginObjectArrayGetProc",
+    "RuntimeArrayDirectGetGetProc",
+    "newMemoryBlock",
+    "memoryBlockGetPtr",
+    "memoryBlockGetSize",
+    "newPicture",
+    "REALGetPictureMask",
+    "pluginPictureGraphicsGetter",
+    "REALLockPictureDescription",
+    "unlockPictureDescription",
+    "REALPictureClearCache",
+    "REALBuildPictureFromBuffer",
+    "PluginPictureGetType",
+    "pluginObjectType",
+    "REALGetRBVersion",
+    "RegisterPluginVersion",
+};
+
 void PluginTest::TearDown() {
   const emu::AuditReport report = Host().Audit();
   EXPECT_TRUE(report.Clean()) << report.Format();
   Host().ClearAuditErrors();
+  for (const std::string& name : Host().LookedUpNames()) {
+    EXPECT_TRUE(kRealHostEntryPoints.count(name)) << "the plug-in asked for " << name;
+  }
 }
 
 }  // namespace e2e

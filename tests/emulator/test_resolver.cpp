@@ -36,6 +36,8 @@ TEST_F(HostTest, EveryLookupIsCountedWithheldOrUnknown) {
     Entry<void*>(name);
     EXPECT_EQ(host.LookupCount(name), 2u) << name;
   }
+  EXPECT_EQ(host.UnservedLookups(), 2u);  // only the name no real host has
+  host.ClearAuditErrors();
 }
 
 }  // namespace

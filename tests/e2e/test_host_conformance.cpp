@@ -1,0 +1,83 @@
+// The plug-in as a real host meets it: class data found at the offset the host wrote into the
+// class definition, events named by the host's words, and the fixture's check after every test
+// that the plug-in asked the resolver for no name a real host lacks.
+#include "tests/e2e/Fixture.h"
+#include "tests/e2e/test_writer_helpers.h"
+
+namespace e2e {
+namespace {
+
+class HostConformance : public PluginTest {};
+
+bool EventsServed() {
+  return Profile().withheld.count("GetEventInstance") == 0;
+}
+
+// Header properties are fields that the host reads itself, at the instance's class data plus the
+// field's offset; the plug-in wrote them through its own view of the class data.
+struct Header {
+  uint32_t width, height;
+  int bitDepth, colorType;
+  bool interlaced;
+  // After ApplyOptions: the decoded colour type and the number of passes.
+  RBInteger colorTypeAfter, passes;
+};
+
+const Header kHeaders[] = {
+    {5, 3, 8, 2, false, 2, 1},
+    {17, 9, 16, 6, true, 6, 7},
+    {1, 40, 4, 3, false, 2, 1},
+    {33, 2, 1, 0, true, 2, 7},
+};
+
+TEST_F(HostConformance, HeaderFieldsReadByTheHostHoldTheImagesValues) {
+  for (const Header& h : kHeaders) {
+    SCOPED_TRACE(h.width);
+    Reader reader;
+    ASSERT_TRUE(reader.OpenData(samples::Encode(
+        samples::Pattern(h.width, h.height, h.bitDepth, h.colorType, h.interlaced))));
+    ASSERT_TRUE(reader.Ok("ApplyOptions"));
+    EXPECT_EQ(reader.Int("Width"), h.width);
+    EXPECT_EQ(reader.Int("Height"), h.height);
+    EXPECT_EQ(reader.Int("BitDepth"), h.bitDepth);
+    EXPECT_EQ(reader.Int("InterlaceType"), h.interlaced ? 1 : 0);
+    EXPECT_EQ(reader.Int("ColorType"), h.colorTypeAfter);
+    EXPECT_EQ(reader.Int("Interlacing"), h.passes);
+  }
+}
+
+// Two readers and a writer alive at once: each handler finds its own instance's data.
+TEST_F(HostConformance, EveryClassFindsItsOwnInstanceData) {
+  Reader wide, tall;
+  Writer writer;
+  ASSERT_TRUE(wide.OpenData(samples::Encode(samples::Pattern(30, 2, 8, 2, false))));
+  ASSERT_TRUE(tall.OpenData(samples::Encode(samples::Pattern(2, 30, 8, 2, false))));
+  writer.Set("Width", 7);
+  ASSERT_TRUE(wide.Ok("ApplyOptions"));
+  ASSERT_TRUE(tall.Ok("ApplyOptions"));
+  EXPECT_EQ(wide.Call("RowBytes").AsInteger(), 120);
+  EXPECT_EQ(tall.Call("RowBytes").AsInteger(), 8);
+  EXPECT_EQ(writer.Int("Width"), 7);
+  emu::Value picture = Host().CallGlobal(
+      "PNGStringToPNGPictureKRV", {Str(samples::Encode(samples::Pattern(3, 4, 8, 6, false)))});
+  ASSERT_FALSE(picture.IsNil());
+  EXPECT_FALSE(Host().GetProperty(picture, "Mask").IsNil());
+}
+
+// libpng's own message reaches the Error event of a subclass that implements it.
+TEST_F(HostConformance, ErrorsReachTheEventsOfBothClasses) {
+  Reader reader;
+  ASSERT_TRUE(reader.OpenData(samples::Bytes(20, 'x')));
+  EXPECT_FALSE(reader.Ok("ApplyOptions"));
+  Writer writer;
+  ASSERT_TRUE(writer.Ok("OpenWriteDestination", {kNil}));
+  EXPECT_FALSE(writer.Ok("WriteInfo"));
+  const std::vector<std::string> none;
+  EXPECT_EQ(reader.errors, EventsServed() ? std::vector<std::string>{"Not a PNG file"} : none);
+  EXPECT_EQ(writer.errors, EventsServed()
+                               ? std::vector<std::string>{"Invalid bit depth for grayscale image"}
+                               : none);
+}
+
+}  // namespace
+}  // namespace e2e
