@@ -52,6 +52,11 @@ TEST_F(Convert, StringsAndFilesToPNGPictures) {
     EXPECT_EQ(Rgba(Host().GetProperty(result, "Pict")), Opaque(expected));
     EXPECT_FALSE(Host().GetProperty(result, "Mask").IsNil());
     EXPECT_EQ(Rgba(Host().Call(result, "CombinePictureWithMask")), expected);
+    // Saved again from the host's own pictures, the samples come back.
+    const emu::Value saved = Host().CallGlobal(
+        "PictureToPNGStringKRV",
+        {Host().GetProperty(result, "Pict"), Host().GetProperty(result, "Mask"), float(0)});
+    EXPECT_EQ(Decoded(saved.Bytes()), expected);
 
     emu::Value combined = Host().CallGlobal("PNGStringToPictureKRV", {Str(png), float(-1)});
     EXPECT_EQ(Rgba(combined), expected);

@@ -1,5 +1,6 @@
 // "ReadPicture as boolean": whole images into host pictures and masks in every storage the host
 // uses, SwapRB, damaged data with and without AllowDamaged, and CombinePictureWithMask.
+#include <dlfcn.h>
 #include <string.h>
 
 #include <map>
@@ -105,6 +106,27 @@ TEST_F(ReaderPicture, EveryFormatPlainAndInterlaced) {
       }
     }
   }
+}
+
+// cairo is in the process of Linux desktop hosts only, where decoded pictures are cairo RGB24
+// surfaces (10); elsewhere the plug-in decodes into its host's pictures without it: bitmap
+// contexts of the default alpha info (2) on macOS, gd images (8) on console and web hosts.
+TEST_F(ReaderPicture, CairoOnlyInLinuxDesktopProcesses) {
+  const std::map<std::pair<emu::AppKind, emu::Platform>, std::pair<bool, int>> kExpected = {
+      {{emu::AppKind::Desktop, emu::Platform::Linux}, {true, 10}},
+      {{emu::AppKind::Desktop, emu::Platform::Mac}, {false, 2}},
+      {{emu::AppKind::Console, emu::Platform::Linux}, {false, 8}},
+      {{emu::AppKind::Web, emu::Platform::Linux}, {false, 8}},
+  };
+  const auto [cairo, format] = kExpected.at({Profile().app, Profile().platform});
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "cairo_get_target") != nullptr, cairo);
+  const Bytes png = samples::Encode(samples::Pattern(5, 4, 8, 6, false));
+  uint32_t w = 0, h = 0;
+  const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, png));
+  EXPECT_EQ(Host().RawPicture(Pict(reader)).format, format);
+  EXPECT_EQ(Rgba(reader.Call("CombinePictureWithMask")), expected);
 }
 
 TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
