@@ -1,4 +1,5 @@
 // pngkrv: the PNG plug-in run inside the host emulator, as Xojo user code would run it.
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -35,9 +36,19 @@ int Usage(const std::string& problem) {
   return 2;
 }
 
+// What a profile keeps its pictures in.
+const char* PictureStorage(const emu::Profile& p) {
+  if (p.app != emu::AppKind::Desktop) return "gd images";
+  return p.platform == emu::Platform::Linux ? "cairo image surfaces"
+                                            : "bitmap contexts (the macOS stand-in)";
+}
+
 void PrintHelp() {
-  std::cout << kUsage << "\nhost profiles (default linux-desktop-2019.1):\n";
-  for (const emu::Profile& p : emu::BuiltInProfiles()) std::cout << "  " << p.name << "\n";
+  std::cout << kUsage << "\nhost profiles (default linux-desktop-2019.1) and their pictures:\n";
+  for (const emu::Profile& p : emu::BuiltInProfiles()) {
+    std::cout << "  " << p.name << std::string(34 - std::min<size_t>(p.name.size(), 33), ' ')
+              << PictureStorage(p) << "\n";
+  }
 }
 
 std::optional<double> ParseNumber(const std::string& text) {
