@@ -106,12 +106,7 @@ PictureEditor::~PictureEditor() {
 void PictureEditor::Release() {
   state = 0;
   if (descriptionLocked) {
-#if !defined(__APPLE__)
-    // cairo learns of the pixels written behind its back while the context is still locked.
-    if (forWriting && description.pictureType == pictureCairoContext) {
-      MarkCairoContextDirty(description.pictureData);
-    }
-#endif
+    MarkWritten();
     if (picture) REALUnlockPictureDescription(picture);
     descriptionLocked = false;
   }
@@ -124,6 +119,16 @@ void PictureEditor::Release() {
   }
   if (picture) UnlockHandle(picture);
   picture = nullptr;
+}
+
+// cairo learns of the pixels written behind its back while the context is still locked, before
+// the host draws the surface again.
+void PictureEditor::MarkWritten() {
+#if !defined(__APPLE__)
+  if (descriptionLocked && forWriting && description.pictureType == pictureCairoContext) {
+    MarkCairoContextDirty(description.pictureData);
+  }
+#endif
 }
 
 void PictureEditor::Attach(REALpicture pic) {
@@ -285,6 +290,7 @@ bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
 REALpicture PictureEditor::RenderPictureWriter() {
   REALpicture result = picture;
   if (result) {
+    MarkWritten();
     LockHandle(result);
     REALPictureClearCache(result);
     if (verticalResolution >= 1 && horizontalResolution >= 1) {
@@ -314,9 +320,9 @@ bool PictureWriter::NewPictureWriter(int w, int h) {
 
 namespace {
 
-// The word of one pixel in the formats' three layouts; the format is chosen once a row so that
-// the pixel loops below are straight lines the compiler can vectorise.
-// gd words are opaque with alpha 0, cairo words with alpha 255.
+// The word of one pixel in the formats' four layouts; the format is chosen once a row so that
+// the pixel loops below are straight lines the compiler can vectorise. gd words are opaque with
+// alpha 0, cairo words with alpha 255.
 enum Layout { kLast, kFirst, kGd, kCairo };
 
 template <Layout L>

@@ -73,6 +73,7 @@ class PictureEditor {
   bool GetPictureEditorGDImagePtr(REALpicture picture);
   bool EditDrawnCopy(REALpicture picture, bool forReading);
   void Attach(REALpicture picture);
+  void MarkWritten();
 };
 
 // An editor opened on a picture for reading its pixels.
