@@ -19,11 +19,12 @@ Profile Make(std::string name, double version, AppKind app, Platform platform = 
 
 // The versions the plug-in branches on: drawing with Double coordinates (2018.02), direct record
 // reads (below 2017.0), best representations (2016.0), control versions 13, 11, 10 and 9 (2013.04,
-// 2013.0, 2012.0, 2011.5; 3000.0 registers as before 2013.0 again), the unlock after a failed
-// picture lock (below 2012.0) and console marks (2010.0).
+// 2013.0, 2012.0, 2011.5), the modules of 2013.0 up to 3000.0, the picture constructor (2011.04),
+// the unlock after a failed picture lock (below 2012.0) and console marks (below 2010.029).
 const double kVersions[] = {2019.1, 2018.02, 2017.0, 2016.0, 2013.04,
                             2013.0, 3000.0,  2012.0, 2011.5, 2010.0};
 
+// "2019.1", "2013.04", "3000.0".
 std::string VersionText(double version) {
   std::string text = std::to_string(version);
   text.erase(text.find_last_not_of('0') + 1);
