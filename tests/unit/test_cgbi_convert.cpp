@@ -1,5 +1,6 @@
 // The CgBI converter as a function over bytes: how the premultiplication is divided out, how a
-// stream may end, which chunks it keeps, and row filters that do not exist.
+// stream may end, which chunks it keeps, the bound on image data, and row filters that do not
+// exist.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -134,6 +135,23 @@ TEST(CgbiConvert, KeepsTheChunksThatStillApply) {
   }
   EXPECT_EQ(out[kept.size() + 1].type, "IDAT");
   EXPECT_EQ(out[kept.size() + 2].type, "IEND");
+}
+
+// A uniform RGBA image: its image data is (4 × width + 1) × height bytes.
+Bytes UniformCgBI(uint32_t width, uint32_t height) {
+  samples::Image image;
+  image.width = width;
+  image.height = height;
+  image.colorType = 6;
+  image.rows.assign(height, Bytes(4 * size_t{width}, 0x60));
+  return samples::CgBIFile(image, 3, {});
+}
+
+TEST(CgbiConvert, ImageDataUpToTenMebibytes) {
+  uint32_t w = 0, h = 0;
+  const Bytes png = Convert(UniformCgBI(1638, 1600));  // 10,484,800 bytes
+  EXPECT_EQ(samples::DecodeRGBA(png, &w, &h).size(), 1638u * 1600 * 4);
+  EXPECT_TRUE(Convert(UniformCgBI(1640, 1600)).empty());  // 10,497,600 bytes
 }
 
 // One RGBA pixel whose row carries the given filter type.
