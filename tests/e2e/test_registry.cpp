@@ -165,6 +165,7 @@ const std::vector<Method> kGlobals = {
     {"PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single, Interlace as "
      "Boolean, FilterType as integer) as string",
      P},
+    {"CgBIToPNGStringKRV(data as string) as string", C},
 };
 
 // Extension methods registered as module methods take the folder item as their first parameter.

@@ -171,6 +171,27 @@ TEST_F(ToolCommands, CgBIConverts) {
   EXPECT_NE(failed.output.find("not CgBI data that converts"), std::string::npos);
 }
 
+// --to-png writes the standard PNG of a CgBI file as Apple's tool writes it (empty IEND, colour
+// premultiplied: opaque pixels keep theirs exactly); a standard PNG ends with status 1.
+TEST_F(ToolCommands, CgBIToPNG) {
+  const samples::Image image = samples::Pattern(24, 16, 8, 6, false);
+  samples::Image opaque = image;
+  for (Bytes& row : opaque.rows) {
+    for (size_t i = 3; i < row.size(); i += 4) row[i] = 255;
+  }
+  const TempFile cgbi(samples::CgBIFile(samples::CgBIPixels(opaque), 3, {}));
+  const TempFile other(samples::Encode(image));
+  const TempFile out(Bytes{});
+  const ToolRun run = RunTool("cgbi --to-png " + cgbi.path + " " + out.path);
+  ASSERT_EQ(run.status, 0) << run.output;
+  uint32_t w = 0, h = 0;
+  EXPECT_EQ(Expected(out.path), samples::DecodeRGBA(samples::Encode(opaque), &w, &h));
+  const ToolRun failed = RunTool("cgbi --to-png " + other.path + " " + out.path);
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.output.find(other.path + ": not CgBI data that converts"), std::string::npos);
+  EXPECT_EQ(RunTool("cgbi --to-png --gamma 2 " + cgbi.path + " " + out.path).status, 2);
+}
+
 TEST_F(ToolCommands, RegistryListsClassesModulesAndMethods) {
   const ToolRun modules = RunTool("--host desktop-2013.04 registry");
   const ToolRun extension = RunTool("--host desktop-2012.0 registry");
