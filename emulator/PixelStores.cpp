@@ -69,8 +69,9 @@ class BitmapStore : public PixelStore {
         alphaByte_(alphaInfo <= 4),
         premultiplied_(alphaInfo <= 2) {
     CheckSize(width, height, 4);
-    const uint64_t row = uint64_t{width} * 4 + padding;
-    if (row * height > kMaxPictureBytes) throw std::bad_alloc();
+    const uint64_t wideRow = uint64_t{width} * 4 + padding;
+    if (wideRow * height > kMaxPictureBytes) throw std::bad_alloc();
+    const size_t row = static_cast<size_t>(wideRow);
     // The pixels are left for Fill or Put; the padding, and in formats without an alpha byte the
     // ignored byte of every pixel, get the marker now.
     pixels_.reset(new unsigned char[row * height]);
