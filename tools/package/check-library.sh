@@ -12,10 +12,11 @@ PLATFORMS="
 Linux x86-64|ELF64|Advanced Micro Devices X86-64|ld-linux-x86-64.so.2
 Linux X86|ELF32|Intel 80386|ld-linux.so.2
 Linux arm64|ELF64|AArch64|ld-linux-aarch64.so.1
-Linux ARM|ELF32|ARM|ld-linux-armhf.so.3 libgcc_s.so.1
+Linux ARM|ELF32|ARM|ld-linux-armhf.so.3
 "
-# The C library (with libm, libdl and libpthread, which glibc 2.34 merged into it), libpng, zlib.
-COMMON_NEEDED="libc.so.6 libm.so.6 libdl.so.2 libpthread.so.0 libpng16.so.16 libz.so.1"
+# The C library (with libm, libdl and libpthread, which glibc 2.34 merged into it), libpng, zlib,
+# and the compiler's runtime for the unwinder.
+COMMON_NEEDED="libc.so.6 libm.so.6 libdl.so.2 libpthread.so.0 libpng16.so.16 libz.so.1 libgcc_s.so.1"
 # The newest version of each runtime's symbols that the library may ask for.
 NEWEST_VERSIONS="GLIBC_2.28 GLIBCXX_3.4.25 CXXABI_1.3.11 GCC_7.0.0"
 
