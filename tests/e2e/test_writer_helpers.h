@@ -66,6 +66,10 @@ struct ReadBack {
 
 ReadBack ReadWithLibpng(const samples::Bytes& png);
 
+// The filter byte of each row of a stream that is not interlaced, read with zlib; empty when its
+// image data does not inflate.
+samples::Bytes FilterBytes(const samples::Bytes& png);
+
 // Memory blocks holding `rows`, as a memory block array.
 emu::Value RowsArray(const std::vector<samples::Bytes>& rows);
 
