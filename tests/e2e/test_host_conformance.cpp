@@ -79,5 +79,33 @@ TEST_F(HostConformance, ErrorsReachTheEventsOfBothClasses) {
                                : none);
 }
 
+// Event messages reach user code as ASCII strings (encoding 0x600), from both classes and for
+// both events.
+TEST_F(HostConformance, EventTextsAreASCII) {
+  std::vector<uint32_t> encodings;
+  const auto record = [&](const emu::EventArgs& a) { encodings.push_back(a[0].Encoding()); };
+  const emu::EventHandlers events = {{"Error", record}, {"Warning", record}};
+  samples::Image image = samples::Pattern(4, 4, 8, 2, false);
+  image.chunks.gamma = 0.5;
+  std::vector<samples::Chunk> chunks = samples::SplitChunks(samples::Encode(image));
+  chunks[1].crc ^= 1;  // the gAMA chunk: a warning
+  emu::Value reader = Host().New("PNGReaderKRV", events);
+  ASSERT_TRUE(Host().Call(reader, "OpenData", {Str(samples::JoinChunks(chunks))}).AsBoolean());
+  ASSERT_TRUE(Host().Call(reader, "ApplyOptions").AsBoolean());
+  ASSERT_TRUE(Host().Call(reader, "OpenData", {Str(samples::Bytes(20, 'x'))}).AsBoolean());
+  EXPECT_FALSE(Host().Call(reader, "ApplyOptions").AsBoolean());
+  emu::Value writer = Host().New("PNGWriterKRV", events);
+  for (const char* property : {"Width", "Height", "Type"}) {
+    Host().SetProperty(writer, property, RBInteger{2});
+  }
+  ASSERT_TRUE(Host().Call(writer, "SetHeader").AsBoolean());
+  ASSERT_TRUE(Host().Call(writer, "SetResolution", {1, 1, 5}).AsBoolean());
+  ASSERT_TRUE(Host().Call(writer, "OpenWriteDestination", {kNil}).AsBoolean());
+  ASSERT_TRUE(Host().Call(writer, "WriteInfo").AsBoolean()) << "an unknown unit: a warning";
+  EXPECT_FALSE(Host().Call(writer, "WriteInfo").AsBoolean());
+  const size_t expected = EventsServed() ? 4 : 0;
+  EXPECT_EQ(encodings, std::vector<uint32_t>(expected, kREALTextEncodingASCII));
+}
+
 }  // namespace
 }  // namespace e2e

@@ -111,6 +111,7 @@ Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
 }
 
 TEST_F(ReaderDecode, GammaRules) {
+  const double kNaN = NAN;
   struct Case {
     const char* what;
     double fileGamma, gamma, screenGamma;
@@ -118,9 +119,14 @@ TEST_F(ReaderDecode, GammaRules) {
   };
   const Case cases[] = {
       {"no gAMA chunk, default gamma", 0.0, 0.0, -1.0, 1.0},
+      {"no gAMA chunk, whatever the screen gamma", 0.0, 0.0, 2.5, 1.0},
       {"gamma -1 ignores the gAMA chunk", 0.45455, -1.0, -1.0, 1.0},
-      {"the file gamma against screen gamma 1.8", 0.45455, 0.0, -1.0, 1.0 / (0.45455 * 1.8)},
-      {"gamma 2.2 stands for a file gamma of 1/2.2", 0.0, 2.2, -1.0, 2.2 / 1.8},
+      {"gamma NaN ignores the gAMA chunk", 0.45455, kNaN, -1.0, 1.0},
+      {"the file gamma against screen gamma 1.8", 0.45455, 0.0, -1.0, 1.2222},
+      {"the file gamma against the screen gamma given", 0.45455, 0.0, 1.0, 2.2},
+      {"a NaN screen gamma stands for 1.8", 0.45455, 0.0, kNaN, 1.2222},
+      {"gamma 2.2 stands for a file gamma of 1/2.2", 0.0, 2.2, -1.0, 1.2222},
+      {"gamma 2.2 overrides the gAMA chunk", 1.0, 2.2, -1.0, 1.2222},
       {"an explicit screen gamma", 0.0, 2.2, 2.2, 1.0},
   };
   for (const Case& c : cases) {
