@@ -9,10 +9,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
 // The pixel formats new pictures of this host come in: the six bitmap-context layouts, with and
 // without row padding, on desktop hosts; gd true colour elsewhere.
 std::vector<std::pair<int, int>> Formats() {

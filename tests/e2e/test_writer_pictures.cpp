@@ -11,10 +11,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
 class WriterPictures : public PluginTest {
  protected:
   void TearDown() override {

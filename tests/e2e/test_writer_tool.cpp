@@ -18,8 +18,7 @@ class WriterTool : public PluginTest {
  protected:
   void SetUp() override {
     // The tool runs a process of its own; one profile of each application kind covers it.
-    const std::string profile = Profile().name;
-    if (profile != "desktop-2019.1" && profile != "console-2019.1") GTEST_SKIP();
+    if (!FullServiceHost() || Profile().app == emu::AppKind::Web) GTEST_SKIP();
     if (PngSuiteDir().empty()) GTEST_SKIP() << "no PNG suite";
   }
   ToolRun Encode(const std::string& options, const std::string& in) {
