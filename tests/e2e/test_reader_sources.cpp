@@ -195,14 +195,7 @@ TEST_F(ReaderSources, DamagedStreams) {
   }
 }
 
-TEST_F(ReaderSources, AllowDamagedAndLibraryVersion) {
-  Reader reader;
-  EXPECT_FALSE(Host().GetProperty(reader.object, "AllowDamaged").AsBoolean());
-  Host().SetProperty(reader.object, "AllowDamaged", true);
-  EXPECT_TRUE(Host().GetProperty(reader.object, "AllowDamaged").AsBoolean());
-  Host().SetProperty(reader.object, "SwapRB", true);
-  EXPECT_TRUE(Host().GetProperty(reader.object, "SwapRB").AsBoolean());
-
+TEST_F(ReaderSources, LibraryVersion) {
   emu::Value version = Host().CallShared("PNGReaderKRV", "PNGLibVersion");
   EXPECT_EQ(version.Text(), png_get_libpng_ver(nullptr));
   EXPECT_EQ(version.Encoding(), static_cast<uint32_t>(kREALTextEncodingASCII));
