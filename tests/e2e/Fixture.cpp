@@ -45,6 +45,14 @@ const emu::Profile& Profile() {
   return Host().CurrentProfile();
 }
 
+bool FullServiceHost() {
+  return Profile().version == 2019.1 && Profile().withheld.empty();
+}
+
+bool Desktop() {
+  return Profile().app == emu::AppKind::Desktop;
+}
+
 std::string PngSuiteDir() {
   const char* dir = getenv("PNGKRV_PNGSUITE");
   std::string path = dir ? dir : PNGSUITE_DEFAULT_DIR;

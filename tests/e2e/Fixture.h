@@ -16,6 +16,11 @@ emu::Host& Host();
 const emu::Profile& Profile();
 std::string PngSuiteDir();  // empty when the suite is absent
 
+// A current host that serves everything, one profile of each application kind: where the checks
+// that need no run under every profile (the tool's own processes, the every-offset loops) run.
+bool FullServiceHost();
+bool Desktop();
+
 // A PNGReaderKRV whose events are collected.
 struct Reader {
   Reader();

@@ -8,6 +8,7 @@
 #include "emulator/Emulator.h"
 #include "host/HostRuntime.h"
 #include "picture/PictureEditor.h"
+#include "tests/unit/HostResolver.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ class Pictures : public ::testing::Test {
     profile.app = app;
     if (host().Started()) host().Shutdown();
     host().Start(profile);
-    gResolver = emu::Host::Resolver();
+    gResolver = unittest::Resolver();
     rbversion = version;
     IsDesktop = false;
     IsConsole = false;
