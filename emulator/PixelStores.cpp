@@ -70,8 +70,9 @@ class CairoStore : public PixelStore {
   CairoStore(size_t width, size_t height, size_t padding, bool alpha) : alpha_(alpha) {
     CheckSize(width, height, 4);
     // cairo wants rows of whole 32-bit words.
-    stride_ = uint64_t{width} * 4 + (padding + 3) / 4 * 4;
-    if (stride_ * height > kMaxPictureBytes) throw std::bad_alloc();
+    const uint64_t wideStride = uint64_t{width} * 4 + (uint64_t{padding} + 3) / 4 * 4;
+    if (wideStride * height > kMaxPictureBytes) throw std::bad_alloc();
+    stride_ = static_cast<size_t>(wideStride);
     pixels_.reset(new unsigned char[stride_ * height]);
     std::memset(pixels_.get(), kPaddingByte, stride_ * height);
     const CairoApi& c = Cairo();
@@ -178,7 +179,7 @@ class CairoStore : public PixelStore {
 
   bool alpha_;
   bool dirty_ = false;
-  uint64_t stride_ = 0;
+  size_t stride_ = 0;
   size_t width_ = 0;
   size_t height_ = 0;
   std::unique_ptr<unsigned char[]> pixels_;
@@ -194,8 +195,9 @@ class BitmapStore : public PixelStore {
         alphaByte_(alphaInfo <= 4),
         premultiplied_(alphaInfo <= 2) {
     CheckSize(width, height, 4);
-    const uint64_t row = uint64_t{width} * 4 + padding;
-    if (row * height > kMaxPictureBytes) throw std::bad_alloc();
+    const uint64_t wideRow = uint64_t{width} * 4 + padding;
+    if (wideRow * height > kMaxPictureBytes) throw std::bad_alloc();
+    const size_t row = static_cast<size_t>(wideRow);
     // The pixels are left for Fill or Put; the padding, and in formats without an alpha byte the
     // ignored byte of every pixel, get the marker now.
     pixels_.reset(new unsigned char[row * height]);

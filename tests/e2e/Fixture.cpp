@@ -45,16 +45,19 @@ const emu::Profile& Profile() {
   return Host().CurrentProfile();
 }
 
+bool FullServiceHost() {
+  return Profile().version == 2019.1 && Profile().withheld.empty();
+}
+
+bool Desktop() {
+  return Profile().app == emu::AppKind::Desktop;
+}
+
 std::string PngSuiteDir() {
   const char* dir = getenv("PNGKRV_PNGSUITE");
   std::string path = dir ? dir : PNGSUITE_DEFAULT_DIR;
   struct stat st;
   return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? path : std::string();
-}
-
-bool ToolProfile(const std::string& name) {
-  return name == "linux-desktop-2019.1" || name == "mac-desktop-2019.1" ||
-         name == "console-2019.1" || name == "web-2019.1";
 }
 
 Reader::Reader() {

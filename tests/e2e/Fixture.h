@@ -15,9 +15,11 @@ namespace e2e {
 emu::Host& Host();
 const emu::Profile& Profile();
 std::string PngSuiteDir();  // empty when the suite is absent
-// The profiles that run the command-line tool: one of each picture storage and application kind
-// (the in-process tests cover every profile).
-bool ToolProfile(const std::string& name);
+
+// A current host that serves everything, one profile of each application kind: where the checks
+// that need no run under every profile (the tool's own processes, the every-offset loops) run.
+bool FullServiceHost();
+bool Desktop();
 
 // A PNGReaderKRV whose events are collected.
 struct Reader {

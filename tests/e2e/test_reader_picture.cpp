@@ -12,10 +12,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
 bool LinuxDesktop() {
   return Desktop() && Profile().platform == emu::Platform::Linux;
 }
@@ -129,19 +125,28 @@ TEST_F(ReaderPicture, CairoOnlyInLinuxDesktopProcesses) {
   EXPECT_EQ(Rgba(reader.Call("CombinePictureWithMask")), expected);
 }
 
-TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
-  samples::Image image = samples::Pattern(2, 1, 8, 2, false);
-  image.rows[0] = {255, 0, 0, 0, 0, 255};
-  const Bytes png = samples::Encode(image);
-  for (bool swap : {false, true}) {
-    Reader reader;
-    Host().SetProperty(reader.object, "SwapRB", swap);
-    ASSERT_TRUE(ReadPicture(reader, png));
-    const Bytes red = {255, 0, 0, 255}, blue = {0, 0, 255, 255};
-    Bytes expected = swap ? blue : red;
-    const Bytes second = swap ? red : blue;
-    expected.insert(expected.end(), second.begin(), second.end());
-    EXPECT_EQ(Rgba(Pict(reader)), expected) << "SwapRB " << swap;
+// Each of the four decoders puts red and blue back in place when SwapRB is set.
+TEST_F(ReaderPicture, SwapRBExchangesRedAndBlueInEveryDecoder) {
+  const Bytes red = {255, 0, 0, 255}, blue = {0, 0, 255, 255};
+  const struct {
+    bool swap;
+    Bytes pixels;  // the decoded picture of a red and a blue pixel
+  } kCases[] = {{false, {255, 0, 0, 255, 0, 0, 255, 255}},
+                {true, {0, 0, 255, 255, 255, 0, 0, 255}}};
+  for (int colorType : {2, 6}) {
+    for (bool interlaced : {false, true}) {
+      samples::Image image = samples::Pattern(2, 1, 8, colorType, interlaced);
+      image.rows[0] =
+          colorType == 2 ? Bytes{255, 0, 0, 0, 0, 255} : Bytes{255, 0, 0, 255, 0, 0, 255, 255};
+      for (const auto& c : kCases) {
+        SCOPED_TRACE(::testing::Message() << "colour type " << colorType << " interlaced "
+                                          << interlaced << " SwapRB " << c.swap);
+        Reader reader;
+        Host().SetProperty(reader.object, "SwapRB", c.swap);
+        ASSERT_TRUE(ReadPicture(reader, samples::Encode(image)));
+        EXPECT_EQ(Rgba(Pict(reader)), c.pixels);
+      }
+    }
   }
   // The words stored for red and blue, in host byte order: gd's alpha 0 and cairo's alpha 255 are
   // opaque; on macOS the bitmap context of alpha info 1 keeps R, G, B, A in memory.
@@ -151,8 +156,10 @@ TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
       {10, {0xFFFF0000u, 0xFF0000FFu}},
   };
   Use({1, 0, 1});
+  samples::Image image = samples::Pattern(2, 1, 8, 2, false);
+  image.rows[0] = {255, 0, 0, 0, 0, 255};
   Reader reader;
-  ASSERT_TRUE(ReadPicture(reader, png));
+  ASSERT_TRUE(ReadPicture(reader, samples::Encode(image)));
   const emu::PictureRaw raw = Host().RawPicture(Pict(reader));
   ASSERT_EQ(kWords.count(raw.format), 1u) << raw.format;
   uint32_t words[2];
@@ -252,13 +259,37 @@ TEST_F(ReaderPicture, NothingToDecode) {
   ASSERT_TRUE(unset.OpenData(samples::Encode(samples::Pattern(4, 4, 8, 2, false))));
   EXPECT_FALSE(unset.Ok("ReadPicture")) << "not set up";
   EXPECT_TRUE(unset.errors.empty());
-  // A second decode finds no rows left: the Error event, and the pictures of the first stay.
-  Reader twice;
-  ASSERT_TRUE(ReadPicture(twice, samples::Encode(samples::Pattern(4, 4, 8, 6, false))));
-  const void* first = Pict(twice).Handle();
-  EXPECT_TRUE(twice.Ok("ReadPicture"));
-  EXPECT_EQ(twice.errors.size(), 1u);
-  EXPECT_EQ(Pict(twice).Handle(), first);
+}
+
+// A second ReadPicture finds no rows left: the Error event, and then what AllowDamaged and the
+// decoder make of a reader that already holds the first picture. The RGB decoder gives it back
+// before decoding; the RGBA decoder replaces it only with what it renders.
+TEST_F(ReaderPicture, SecondReadPicture) {
+  enum Kept { kNone, kFirst, kNew };
+  const struct {
+    int colorType;
+    bool allowDamaged;
+    bool result;
+    Kept pict;
+  } kCases[] = {{2, false, false, kNone},
+                {2, true, true, kNew},
+                {6, false, true, kFirst},
+                {6, true, true, kNew}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(::testing::Message()
+                 << "colour type " << c.colorType << " AllowDamaged " << c.allowDamaged);
+    Reader reader;
+    ASSERT_TRUE(
+        ReadPicture(reader, samples::Encode(samples::Pattern(4, 4, 8, c.colorType, false))));
+    const void* first = Pict(reader).Handle();
+    Host().SetProperty(reader.object, "AllowDamaged", c.allowDamaged);
+    EXPECT_EQ(reader.Ok("ReadPicture"), c.result);
+    EXPECT_EQ(reader.errors.size(), 1u);
+    const emu::Value pict = Pict(reader);
+    EXPECT_EQ(pict.IsNil(), c.pict == kNone);
+    EXPECT_EQ(pict.Handle() == first, c.pict == kFirst);
+    EXPECT_EQ(Host().IsAlive(first), c.pict == kFirst) << "the first picture is given back";
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "emulator/Emulator.h"
 #include "host/HostRuntime.h"
 #include "picture/PictureEditor.h"
+#include "tests/unit/HostResolver.h"
 
 namespace {
 
@@ -33,7 +34,7 @@ class Pictures : public ::testing::Test {
     profile.platform = platform;
     if (host().Started()) host().Shutdown();
     host().Start(profile);
-    gResolver = emu::Host::Resolver();
+    gResolver = unittest::Resolver();
     rbversion = version;
     IsDesktop = false;
     IsConsole = false;

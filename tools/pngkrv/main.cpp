@@ -24,6 +24,8 @@ constexpr char kUsage[] =
     "  save --8bit [--alphas] [--gamma G] [--interlace] [--filter F] IN OUT.png\n"
     "                                 a PAM or PNG file written in one call\n"
     "  cgbi [--gamma G] IN.png OUT.pam  CgBI data opened with OpenSpecialData, to PAM\n"
+    "  cgbi --to-png IN.png OUT.png     CgBI data from an iOS app converted with\n"
+    "                                 CgBIToPNGStringKRV into a standard PNG file\n"
     "  registry                       every class, module and method the plug-in registered\n"
     "  demo [--examples DIR] [--out DIR]\n"
     "                                 make example PNGs, decode and save each again\n"
