@@ -27,7 +27,7 @@ const emu::MethodInfo* FindIn(const std::vector<emu::MethodInfo>& methods,
 }  // namespace
 
 Plugin::Plugin() : host_(emu::Host::Instance()) {
-  host_.Start(*emu::FindProfile("desktop-2019.1"));
+  host_.Start(*emu::FindProfile("linux-desktop-2019.1"));
   host_.LoadPlugin(PNGKRV_PLUGIN_PATH);
 }
 

@@ -9,7 +9,7 @@ namespace bench {
 
 class Plugin {
  public:
-  // Starts the emulator as a modern desktop host and loads the plug-in.
+  // Starts the emulator as a modern Linux desktop host (cairo pictures) and loads the plug-in.
   Plugin();
 
   emu::Value String(const Bytes& bytes);

@@ -43,6 +43,8 @@ REALstring PictureToPNGStringKRV4(REALpicture pic, float gamma, RBBoolean interl
                                   RBInteger filter);
 REALstring PictureToPNGStringKRV5(REALpicture pic, REALpicture mask, float gamma,
                                   RBBoolean interlace, RBInteger filter);
+// CgBI data converted into a standard PNG stream (a string with no encoding), or nil.
+REALstring CgBIToPNGStringKRV(REALstring data);
 
 // Folder item extension methods; the folder item comes first.
 REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean allowDamaged);

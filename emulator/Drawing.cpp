@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -62,13 +63,72 @@ int64_t SourceIndex(int64_t start, int64_t span, int64_t i, int64_t n) {
   return start + ((2 * i + 1) * span) / (2 * n);
 }
 
-void Draw(Host::State& s, PictureObject& dst, const PictureObject& src, Area to, Area from) {
-  if (dst.store == nullptr || src.store == nullptr || !to.Bounded() || !from.Bounded()) return;
+// A cairo surface of alpha 255 − the mask's grey, which cairo masks with as the mask hides.
+struct MaskSurface {
+  explicit MaskSurface(const PictureObject& mask) {
+    const CairoApi& c = Cairo();
+    const int w = static_cast<int>(mask.width);
+    const int h = static_cast<int>(mask.height);
+    const int stride = c.strideForWidth(CAIRO_FORMAT_A8, w);
+    alphas.assign(static_cast<size_t>(stride) * mask.height, 0);
+    for (size_t y = 0; y < mask.height; ++y) {
+      for (size_t x = 0; x < mask.width; ++x) {
+        alphas[y * stride + x] = static_cast<unsigned char>(255 - mask.store->Get(x, y).r);
+      }
+    }
+    surface = c.createForData(alphas.data(), CAIRO_FORMAT_A8, w, h, stride);
+  }
+  ~MaskSurface() { Cairo().surfaceDestroy(surface); }
+  MaskSurface(const MaskSurface&) = delete;
+  MaskSurface& operator=(const MaskSurface&) = delete;
+
+  std::vector<unsigned char> alphas;
+  cairo_surface_t* surface = nullptr;
+};
+
+// A pattern of `surface` with the source area's origin at the user origin, sampled at the
+// nearest pixel as the host scales pictures.
+cairo_pattern_t* SourcePattern(cairo_surface_t* surface, const Area& from) {
+  const CairoApi& c = Cairo();
+  cairo_pattern_t* pattern = c.createPattern(surface);
+  cairo_matrix_t shift;
+  c.matrixTranslate(&shift, static_cast<double>(from.x), static_cast<double>(from.y));
+  c.setMatrix(pattern, &shift);
+  c.setFilter(pattern, CAIRO_FILTER_NEAREST);
+  return pattern;
+}
+
+// A Linux desktop host draws with cairo: the source area scaled onto the destination area, through
+// the source's mask when it has one.
+void DrawWithCairo(Host::State& s, cairo_surface_t* dst, const PictureObject& src, Area to,
+                   Area from) {
+  const CairoApi& c = Cairo();
+  cairo_t* cr = c.create(dst);
+  c.translate(cr, static_cast<double>(to.x), static_cast<double>(to.y));
+  c.scale(cr, static_cast<double>(to.w) / static_cast<double>(from.w),
+          static_cast<double>(to.h) / static_cast<double>(from.h));
+  c.rectangle(cr, 0, 0, static_cast<double>(from.w), static_cast<double>(from.h));
+  c.clip(cr);
+  cairo_pattern_t* source = SourcePattern(src.store->CairoSurface(), from);
+  c.setSource(cr, source);
+  const PictureObject* mask = s.LivePicture(src.mask);
+  if (mask != nullptr && mask->store != nullptr) {
+    MaskSurface alphas(*mask);
+    cairo_pattern_t* hides = SourcePattern(alphas.surface, from);
+    c.mask(cr, hides);
+    c.patternDestroy(hides);
+  } else {
+    c.paint(cr);
+  }
+  c.patternDestroy(source);
+  c.destroy(cr);
+  c.flush(dst);
+}
+
+// Any other pair of stores: pixel by pixel, source over destination.
+void DrawPixels(Host::State& s, PictureObject& dst, const PictureObject& src, Area to, Area from) {
   const auto srcW = static_cast<int64_t>(src.width);
   const auto srcH = static_cast<int64_t>(src.height);
-  if (from.w == kFullSource) from.w = srcW - from.x;
-  if (from.h == kFullSource) from.h = srcH - from.y;
-  if (to.w <= 0 || to.h <= 0 || from.w <= 0 || from.h <= 0) return;
   const int64_t x0 = std::max<int64_t>(0, -to.x);
   const int64_t x1 = std::min<int64_t>(to.w, static_cast<int64_t>(dst.width) - to.x);
   const int64_t y0 = std::max<int64_t>(0, -to.y);
@@ -84,6 +144,19 @@ void Draw(Host::State& s, PictureObject& dst, const PictureObject& src, Area to,
       Rgba shown = ShownPixel(s, src, static_cast<size_t>(sx), static_cast<size_t>(sy));
       dst.store->Put(x, y, Over(shown, dst.store->Get(x, y)));
     }
+  }
+}
+
+void Draw(Host::State& s, PictureObject& dst, const PictureObject& src, Area to, Area from) {
+  if (dst.store == nullptr || src.store == nullptr || !to.Bounded() || !from.Bounded()) return;
+  if (from.w == kFullSource) from.w = static_cast<int64_t>(src.width) - from.x;
+  if (from.h == kFullSource) from.h = static_cast<int64_t>(src.height) - from.y;
+  if (to.w <= 0 || to.h <= 0 || from.w <= 0 || from.h <= 0) return;
+  cairo_surface_t* target = dst.store->CairoSurface();
+  if (target != nullptr && src.store->CairoSurface() != nullptr) {
+    DrawWithCairo(s, target, src, to, from);
+  } else {
+    DrawPixels(s, dst, src, to, from);
   }
 }
 

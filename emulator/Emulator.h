@@ -6,7 +6,7 @@
 // events with lambdas and finally audit that the plug-in gave back every reference it took.
 //
 //   emu::Host& host = emu::Host::Instance();
-//   host.Start(*emu::FindProfile("desktop-2019.1"));
+//   host.Start(*emu::FindProfile("linux-desktop-2019.1"));
 //   host.LoadPlugin(PNGKRV_PLUGIN_PATH);
 //   std::vector<std::string> errors;
 //   emu::Value reader = host.New("PNGReaderKRV",
@@ -56,14 +56,21 @@ class Error : public std::runtime_error {
 
 enum class AppKind { Desktop, Console, Web, None };
 
+// The platform a host plays. It decides how desktop pictures are stored: cairo image surfaces on
+// Linux, bitmap contexts (the Core Graphics stand-in) on macOS. Console and web hosts keep gd
+// images on both.
+enum class Platform { Linux, Mac };
+
 struct Profile {
   std::string name;
   double version = 2019.1;
   AppKind app = AppKind::Desktop;
+  Platform platform = Platform::Linux;
   std::set<std::string> withheld;  // entry points the resolver answers with null
 
   // Hosts older than 2017.0 let the plug-in read strings, blocks and arrays directly.
   bool LegacyRecords() const { return version < 2017.0; }
+  bool CairoPictures() const { return app == AppKind::Desktop && platform == Platform::Linux; }
 };
 
 const std::vector<Profile>& BuiltInProfiles();
@@ -359,14 +366,22 @@ enum class Storage { Direct, GetterOnly };
 // Pictures
 // ---------------------------------------------------------------------------------------------
 //
-// Desktop hosts keep a picture in a bitmap context of 32 bits a pixel whose rows may be longer
-// than width × 4 bytes. Its alpha info (the pixel format code) gives the bytes of a pixel:
+// Linux desktop hosts keep a picture in a cairo image surface (format codes 9 and 10): one 32-bit
+// word a pixel in host byte order, 9 = ARGB32 0xAARRGGBB with the colour premultiplied by alpha
+// (pictures with alpha channel), 10 = RGB24 0x..RRGGBB with the top byte ignored (all others).
+// REALLockPictureDescription type 12 hands out a cairo context on the surface, made for the lock
+// and destroyed at its unlock; DrawPicture draws with cairo. libcairo is loaded into the process
+// when such a host starts, and only then.
+// macOS desktop hosts keep a picture in a bitmap context of 32 bits a pixel whose rows may be
+// longer than width × 4 bytes (description type 8). Its alpha info (the pixel format code) gives
+// the bytes of a pixel:
 //   1  R G B A, colour premultiplied by alpha     2  A R G B, premultiplied
 //   3  R G B A                                    4  A R G B
 //   5  R G B x (x ignored)                        6  x R G B
-// Console and web hosts keep a picture in a gd true-colour image (format code 8): one int a pixel,
-// 0xAARRGGBB with gd's 7-bit alpha (0 opaque, 127 transparent). Test code may also make gd
-// palette images (format code 0), which the plug-in must refuse to edit.
+// Console and web hosts keep a picture in a gd true-colour image (format code 8, description type
+// 10): one int a pixel, 0xAARRGGBB with gd's 7-bit alpha (0 opaque, 127 transparent). Test code
+// may also make gd palette images (format code 0), which the plug-in must refuse to edit. A host
+// describes its pictures only as its own type.
 //
 // A picture either has an alpha channel, kept in its pixels (in formats 5 and 6 such a picture is
 // stored as 1 and 2), or is opaque and may have a mask: a picture of the same size whose grey
@@ -385,7 +400,8 @@ enum class Storage { Direct, GetterOnly };
 // Double parameters from 2018.02 on.
 //
 // The plug-in finds the six CGBitmapContextGet... queries with dlsym in the running process:
-// executables that link the emulator must export their symbols (CMake ENABLE_EXPORTS).
+// executables that link the emulator must export their symbols (CMake ENABLE_EXPORTS). It finds
+// cairo the same way.
 
 enum class PictureStorage { HostDefault, GdPalette };
 enum class MaskSource { None, Grey, Alpha };
@@ -402,7 +418,7 @@ struct PictureOptions {
 
 // A picture's storage as it lies in memory.
 struct PictureRaw {
-  int format = 0;  // 1..6 bitmap alpha info, 8 gd true colour, 0 gd palette
+  int format = 0;  // 1..6 bitmap alpha info, 8 gd true colour, 0 gd palette, 9 and 10 cairo
   RBInteger rowBytes = 0;
   std::string bytes;  // rows top to bottom, rowBytes each (palette: one index a pixel)
 };
@@ -491,8 +507,8 @@ class Host {
   // Folder items.
   Value MakeFolderItem(const std::string& path);
 
-  // Pictures. New desktop pictures take this alpha info (1..6) and these extra bytes a row; Start
-  // resets them to 2 and 0.
+  // Pictures. New desktop pictures take this alpha info (1..6, bitmap contexts only) and these
+  // extra bytes a row (rounded up to whole pixels in cairo surfaces); Start resets them to 2 and 0.
   void SetPictureFormat(int alphaInfo, int rowPaddingBytes);
   // A width × height picture from RGBA bytes, 4 a pixel, rows top to bottom. Without an alpha
   // channel the alpha bytes only serve MaskSource::Alpha.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -88,6 +89,7 @@ Host::State& Host::Internal() {
 
 void Host::Start(const Profile& profile) {
   if (state_->started) throw Error("the host is already running; call Shutdown first");
+  if (profile.CairoPictures()) LoadCairo();
   state_->profile = profile;
   state_->pictureFormat = 2;
   state_->picturePadding = 0;

@@ -2,6 +2,7 @@
 // reference counts, and the host state that the entry points and the public API share.
 #pragma once
 
+#include <cairo.h>
 #include <ffi.h>
 
 #include <array>
@@ -124,11 +125,17 @@ class PixelStore {
   // Every pixel set to `pixel`, in one pass as a host clears a new picture.
   virtual void Fill(Rgba pixel) = 0;
   virtual PictureRaw Raw() const = 0;
-  // Fills `desc` when the store can be described as `type` (8 bitmap context, 10 gd image).
+  // Fills `desc` when the store can be described as `type` (8 bitmap context, 10 gd image, 12
+  // cairo context).
   virtual bool Describe(uint32_t type, REALpictureDescription& desc) = 0;
+  // An unlock left `openLocks` locks open: what was made for the others is given up.
+  virtual void EndDescription(long /*openLocks*/) {}
+  // The cairo surface of a cairo store, up to date with every pixel written; null for others.
+  virtual cairo_surface_t* CairoSurface() { return nullptr; }
 };
 
-// Both throw std::bad_alloc when the pixels cannot be had.
+// These throw std::bad_alloc when the pixels cannot be had.
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha);
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha);
 std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette, bool alpha);

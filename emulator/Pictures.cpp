@@ -99,6 +99,7 @@ void UnlockDescription(REALpicture picture) noexcept {
       return s.Fault("unlockPictureDescription: the picture's description is not locked");
     }
     --p->counts.openLocks;
+    if (p->store != nullptr) p->store->EndDescription(p->counts.openLocks);
   });
 }
 
@@ -167,7 +168,9 @@ bool ValidPictureSize(RBInteger width, RBInteger height) {
 void Host::State::ConstructPicture(PictureObject& picture, size_t width, size_t height,
                                    bool alpha) {
   if (uint64_t{width} * height > picturePixelLimit) throw std::bad_alloc();
-  if (profile.app == AppKind::Desktop) {
+  if (profile.CairoPictures()) {
+    picture.store = NewCairoStore(width, height, picturePadding, alpha);
+  } else if (profile.app == AppKind::Desktop) {
     // A context without alpha cannot hold an alpha channel: such pictures use its premultiplied
     // counterpart.
     int alphaInfo = alpha && pictureFormat >= 5 ? pictureFormat - 4 : pictureFormat;

@@ -1,6 +1,6 @@
-// The storage behind pictures: the bitmap contexts of desktop hosts, which the plug-in reaches
-// through the six bitmap context queries exported below, and the gd images of console and web
-// hosts.
+// The storage behind pictures: the cairo image surfaces of Linux desktop hosts, the bitmap
+// contexts of macOS desktop hosts, which the plug-in reaches through the six bitmap context
+// queries exported below, and the gd images of console and web hosts.
 #include <gd.h>
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <cstring>
 #include <set>
 
+#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -61,6 +62,131 @@ void CheckSize(size_t width, size_t height, uint64_t bytesPerPixel) {
   }
 }
 
+// A cairo image surface over rows of our own, so that rows can be longer than the pixels: ARGB32
+// for pictures with alpha channel, RGB24 for the others. Pixels written here directly are told to
+// cairo before cairo next uses the surface; what cairo draws is flushed at once.
+class CairoStore : public PixelStore {
+ public:
+  CairoStore(size_t width, size_t height, size_t padding, bool alpha) : alpha_(alpha) {
+    CheckSize(width, height, 4);
+    // cairo wants rows of whole 32-bit words.
+    const uint64_t wideStride = uint64_t{width} * 4 + (uint64_t{padding} + 3) / 4 * 4;
+    if (wideStride * height > kMaxPictureBytes) throw std::bad_alloc();
+    stride_ = static_cast<size_t>(wideStride);
+    pixels_.reset(new unsigned char[stride_ * height]);
+    std::memset(pixels_.get(), kPaddingByte, stride_ * height);
+    const CairoApi& c = Cairo();
+    surface_ = c.createForData(pixels_.get(), alpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24,
+                               static_cast<int>(width), static_cast<int>(height),
+                               static_cast<int>(stride_));
+    if (c.surfaceStatus(surface_) != CAIRO_STATUS_SUCCESS) {
+      c.surfaceDestroy(surface_);
+      throw std::bad_alloc();
+    }
+    width_ = width;
+    height_ = height;
+  }
+  ~CairoStore() override {
+    EndDescription(0);
+    Cairo().surfaceDestroy(surface_);
+  }
+  CairoStore(const CairoStore&) = delete;
+  CairoStore& operator=(const CairoStore&) = delete;
+
+  Rgba Get(size_t x, size_t y) const override {
+    const uint32_t word = WordAt(x, y);
+    Rgba p{static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 8),
+           static_cast<uint8_t>(word), 255};
+    if (!alpha_) return p;
+    p.a = static_cast<uint8_t>(word >> 24);
+    p.r = Unpremultiply(p.r, p.a);
+    p.g = Unpremultiply(p.g, p.a);
+    p.b = Unpremultiply(p.b, p.a);
+    return p;
+  }
+
+  void Put(size_t x, size_t y, Rgba p) override {
+    const uint32_t word = Word(p);
+    std::memcpy(At(x, y), &word, 4);
+    dirty_ = true;
+  }
+
+  void Fill(Rgba p) override {
+    const uint32_t word = Word(p);
+    for (size_t y = 0; y < height_; ++y) {
+      unsigned char* px = At(0, y);
+      for (size_t x = 0; x < width_; ++x, px += 4) std::memcpy(px, &word, 4);
+    }
+    dirty_ = true;
+  }
+
+  PictureRaw Raw() const override {
+    PictureRaw raw;
+    raw.format = alpha_ ? 9 : 10;
+    raw.rowBytes = static_cast<RBInteger>(stride_);
+    raw.bytes.assign(reinterpret_cast<const char*>(pixels_.get()), stride_ * height_);
+    return raw;
+  }
+
+  bool Describe(uint32_t type, REALpictureDescription& desc) override {
+    if (type != pictureCairoContext) return false;
+    const CairoApi& c = Cairo();
+    cairo_t* context = c.create(CairoSurface());
+    if (c.status(context) != CAIRO_STATUS_SUCCESS) {
+      c.destroy(context);
+      return false;
+    }
+    contexts_.push_back(context);
+    desc.pictureType = type;
+    desc.pictureData = context;
+    desc.width = static_cast<int32_t>(width_);
+    desc.height = static_cast<int32_t>(height_);
+    desc.depth = 32;
+    desc.transparent = alpha_ ? 1 : 0;
+    return true;
+  }
+
+  void EndDescription(long openLocks) override {
+    while (!contexts_.empty() && static_cast<long>(contexts_.size()) > openLocks) {
+      Cairo().destroy(contexts_.back());
+      contexts_.pop_back();
+    }
+  }
+
+  cairo_surface_t* CairoSurface() override {
+    if (dirty_) Cairo().markDirty(surface_);
+    dirty_ = false;
+    return surface_;
+  }
+
+ private:
+  unsigned char* At(size_t x, size_t y) const { return pixels_.get() + y * stride_ + x * 4; }
+
+  uint32_t WordAt(size_t x, size_t y) const {
+    uint32_t word;
+    std::memcpy(&word, At(x, y), 4);
+    return word;
+  }
+
+  // RGB24 leaves the top byte to whoever writes it: ours carries the marker.
+  uint32_t Word(Rgba p) const {
+    if (!alpha_) {
+      return uint32_t{kPaddingByte} << 24 | uint32_t{p.r} << 16 | uint32_t{p.g} << 8 | p.b;
+    }
+    return uint32_t{p.a} << 24 | uint32_t{Premultiply(p.r, p.a)} << 16 |
+           uint32_t{Premultiply(p.g, p.a)} << 8 | Premultiply(p.b, p.a);
+  }
+
+  bool alpha_;
+  bool dirty_ = false;
+  size_t stride_ = 0;
+  size_t width_ = 0;
+  size_t height_ = 0;
+  std::unique_ptr<unsigned char[]> pixels_;
+  cairo_surface_t* surface_ = nullptr;
+  std::vector<cairo_t*> contexts_;  // one for each open lock, the latest last
+};
+
 class BitmapStore : public PixelStore {
  public:
   BitmapStore(size_t width, size_t height, int alphaInfo, size_t padding, bool alpha)
@@ -69,8 +195,9 @@ class BitmapStore : public PixelStore {
         alphaByte_(alphaInfo <= 4),
         premultiplied_(alphaInfo <= 2) {
     CheckSize(width, height, 4);
-    const uint64_t row = uint64_t{width} * 4 + padding;
-    if (row * height > kMaxPictureBytes) throw std::bad_alloc();
+    const uint64_t wideRow = uint64_t{width} * 4 + padding;
+    if (wideRow * height > kMaxPictureBytes) throw std::bad_alloc();
+    const size_t row = static_cast<size_t>(wideRow);
     // The pixels are left for Fill or Put; the padding, and in formats without an alpha byte the
     // ignored byte of every pixel, get the marker now.
     pixels_.reset(new unsigned char[row * height]);
@@ -243,6 +370,10 @@ const BitmapContext* FindContext(const void* context) noexcept {
 }
 
 }  // namespace
+
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha) {
+  return std::make_unique<CairoStore>(width, height, padding, alpha);
+}
 
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha) {

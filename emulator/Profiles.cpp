@@ -1,44 +1,61 @@
-// The built-in host profiles: the host versions the plug-in branches on, the three kinds of
-// application, and hosts that lack some services.
+// The built-in host profiles: the host versions the plug-in branches on, as Linux and as macOS
+// desktop hosts, the console and web kinds of application, and hosts that lack some services.
 #include "emulator/Internal.h"
 
 namespace emu {
 
 namespace {
 
-Profile Make(std::string name, double version, AppKind app, std::set<std::string> withheld = {}) {
+Profile Make(std::string name, double version, AppKind app, Platform platform = Platform::Linux,
+             std::set<std::string> withheld = {}) {
   Profile p;
   p.name = std::move(name);
   p.version = version;
   p.app = app;
+  p.platform = platform;
   p.withheld = std::move(withheld);
   return p;
 }
 
+// The versions the plug-in branches on: drawing with Double coordinates (2018.02), direct record
+// reads (below 2017.0), best representations (2016.0), control versions 13, 11, 10 and 9 (2013.04,
+// 2013.0, 2012.0, 2011.5), the modules of 2013.0 up to 3000.0, the picture constructor (2011.04),
+// the unlock after a failed picture lock (below 2012.0) and console marks (below 2010.029).
+const double kVersions[] = {2019.1, 2018.02, 2017.0, 2016.0, 2013.04,
+                            2013.0, 3000.0,  2012.0, 2011.5, 2010.0};
+
+// "2019.1", "2013.04", "3000.0".
+std::string VersionText(double version) {
+  std::string text = std::to_string(version);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.back() == '.') text += '0';
+  return text;
+}
+
 std::vector<Profile> MakeBuiltIns() {
-  return {
-      Make("desktop-2019.1", 2019.1, AppKind::Desktop),
-      Make("console-2019.1", 2019.1, AppKind::Console),
-      Make("web-2019.1", 2019.1, AppKind::Web),
-      Make("desktop-2013.04", 2013.04, AppKind::Desktop),
-      Make("desktop-3000.0", 3000.0, AppKind::Desktop),
-      Make("desktop-2012.0", 2012.0, AppKind::Desktop),
-      Make("desktop-2011.5", 2011.5, AppKind::Desktop),
-      Make("desktop-2010.0", 2010.0, AppKind::Desktop),
-      Make("desktop-2013.0", 2013.0, AppKind::Desktop),
-      Make("desktop-2017.0", 2017.0, AppKind::Desktop),
-      // Only the older names of the integer property and array services exist.
-      Make("desktop-2019.1-intfallback", 2019.1, AppKind::Desktop,
+  std::vector<Profile> profiles;
+  for (double v : kVersions) {
+    profiles.push_back(Make("linux-desktop-" + VersionText(v), v, AppKind::Desktop));
+  }
+  for (double v : kVersions) {
+    profiles.push_back(Make("mac-desktop-" + VersionText(v), v, AppKind::Desktop, Platform::Mac));
+  }
+  profiles.push_back(Make("console-2019.1", 2019.1, AppKind::Console));
+  profiles.push_back(Make("web-2019.1", 2019.1, AppKind::Web));
+  // Only the older names of the integer property and array services exist.
+  profiles.push_back(
+      Make("linux-desktop-2019.1-intfallback", 2019.1, AppKind::Desktop, Platform::Linux,
            {"REALGetPropValueInteger", "REALSetPropValueInteger", "PluginColorArrayGetProc",
-            "PluginIntegerArrayGetProc", "PluginObjectArrayGetProc"}),
-      // A host without the optional services: events, property access by name, exceptions,
-      // direct array getters and string data records.
-      Make("desktop-2019.1-bare", 2019.1, AppKind::Desktop,
+            "PluginIntegerArrayGetProc", "PluginObjectArrayGetProc"}));
+  // A host without the optional services: events, property access by name, exceptions, direct
+  // array getters and string data records.
+  profiles.push_back(
+      Make("linux-desktop-2019.1-bare", 2019.1, AppKind::Desktop, Platform::Linux,
            {"GetEventInstance", "REALGetPropValueInteger", "REALGetPropValueInt",
             "REALSetPropValueInteger", "REALSetPropValueInt", "REALGetPropValueBool",
             "REALSetPropValueString", "RuntimeRaiseException", "RuntimeArrayDirectGetGetProc",
-            "REALLoadObjectMethod", "pluginObjectType"}),
-  };
+            "REALLoadObjectMethod", "pluginObjectType"}));
+  return profiles;
 }
 
 }  // namespace

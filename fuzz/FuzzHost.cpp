@@ -26,7 +26,7 @@ uint32_t BigEndian(const uint8_t* p) {
 
 emu::Host& StartHost(bool loadPlugin) {
   const char* name = getenv("PNGKRV_HOST");
-  const emu::Profile* profile = emu::FindProfile(name ? name : "desktop-2019.1");
+  const emu::Profile* profile = emu::FindProfile(name ? name : "linux-desktop-2019.1");
   if (profile == nullptr) {
     fprintf(stderr, "unknown host profile %s\n", name);
     exit(2);

@@ -11,8 +11,8 @@
 
 namespace fuzz {
 
-// Starts the host of the profile named by PNGKRV_HOST (desktop-2019.1 when unset), with pictures
-// capped at a few million pixels, and loads the plug-in when `loadPlugin`.
+// Starts the host of the profile named by PNGKRV_HOST (linux-desktop-2019.1 when unset), with
+// pictures capped at a few million pixels, and loads the plug-in when `loadPlugin`.
 emu::Host& StartHost(bool loadPlugin = true);
 
 // Aborts with the report, so that libFuzzer keeps the input, unless every reference the plug-in

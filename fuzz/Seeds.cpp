@@ -110,6 +110,14 @@ void CgBISeeds(const std::string& root) {
   corpus.Add({3}, samples::CgBIStream(rgba, 3, 100, false));
   corpus.Add({2}, samples::CgBIStream(samples::Pattern(9, 9, 8, 2, true), 1, 100, false));
   corpus.Add({0}, samples::CgBIStream(rgba, 1, 6, true));
+  // As Apple's iOS tool writes them: premultiplied, several IDAT chunks, an empty IEND.
+  samples::Image filtered = rgba;
+  filtered.filters = 0xF8;  // every filter type
+  corpus.Add({0}, samples::CgBIFile(samples::CgBIPixels(filtered), 3, {}));
+  corpus.Add({0}, samples::CgBIFile(samples::CgBIPixels(samples::Pattern(9, 9, 8, 6, true)), 4,
+                                    {samples::MakeChunk("tEXt", {'k', 0, 'v'})}));
+  corpus.Add({0},
+             samples::CgBIFile(samples::CgBIPixels(samples::Pattern(7, 5, 8, 2, false)), 2, {}));
 }
 
 // Writer programs (operation bytes of fuzz_writer.cpp): a picture written to memory, rows

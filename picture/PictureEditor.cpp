@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <initializer_list>
+#include <type_traits>
 
 #include "picture/Platform.h"
 
@@ -74,6 +75,14 @@ bool UsableContext(const BitmapContextInfo& info) {
          info.bytesPerRow >= info.width * 4;
 }
 
+#if !defined(__APPLE__)
+// Rows that hold their pixels, as for a bitmap context.
+bool UsableSurface(const CairoImageInfo& info) {
+  return info.data != nullptr && info.width >= 0 && info.height >= 0 &&
+         int64_t{info.stride} >= int64_t{info.width} * 4;
+}
+#endif
+
 // A true-colour gd image whose rows hold the described size.
 bool UsableGDImage(const REALpictureDescription& d) {
   const auto* image = static_cast<const gdImage*>(d.pictureData);
@@ -101,6 +110,7 @@ PictureEditor::~PictureEditor() {
 void PictureEditor::Release() {
   state = 0;
   if (descriptionLocked) {
+    MarkWritten();
     if (picture) REALUnlockPictureDescription(picture);
     descriptionLocked = false;
   }
@@ -113,6 +123,16 @@ void PictureEditor::Release() {
   }
   if (picture) UnlockHandle(picture);
   picture = nullptr;
+}
+
+// cairo learns of the pixels written behind its back while the context is still locked, before
+// the host draws the surface again.
+void PictureEditor::MarkWritten() {
+#if !defined(__APPLE__)
+  if (descriptionLocked && forWriting && description.pictureType == pictureCairoContext) {
+    MarkCairoContextDirty(description.pictureData);
+  }
+#endif
 }
 
 void PictureEditor::Attach(REALpicture pic) {
@@ -162,7 +182,7 @@ bool PictureEditor::GetPictureEditor(REALpicture pic, bool reading, bool writing
 bool PictureEditor::GetPictureEditorInternal(REALpicture pic, bool reading, bool writing,
                                              int depth) {
   hasAlpha = ReadHasAlpha(pic);
-  if (!IsConsole && GetPictureEditorCGBitmapContext(pic, hasAlpha)) return true;
+  if (!IsConsole && GetPictureEditorDesktop(pic, hasAlpha)) return true;
   if (!IsDesktop && GetPictureEditorGDImagePtr(pic)) return true;
   if (depth != 1 || IsConsole || !reading || writing) return false;
   return EditDrawnCopy(pic, reading);
@@ -206,6 +226,34 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   return ok;
 }
 
+// A desktop picture: a cairo image surface on a Linux host, a bitmap context on macOS.
+bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool wantAlpha) {
+#if !defined(__APPLE__)
+  if (GetPictureEditorCairo(pic)) return true;
+#endif
+  return GetPictureEditorCGBitmapContext(pic, wantAlpha);
+}
+
+#if !defined(__APPLE__)
+bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
+  if (!CairoAvailable() || !LockDescription(pic, &description, pictureCairoContext)) return false;
+  IsDesktop = true;
+  CairoImageInfo info = {};
+  if (description.pictureType != pictureCairoContext || description.pictureData == nullptr ||
+      !QueryCairoContext(description.pictureData, &info) || !UsableSurface(info)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  Attach(pic);
+  rowBytes = info.stride;
+  width = info.width;
+  height = info.height;
+  baseAddress = pixels = info.data;
+  pixelFormat = info.premultiplied ? kPixelFormatCairoARGB32 : kPixelFormatCairoRGB24;
+  return true;
+}
+#endif
+
 bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAlpha) {
   if (!LockDescription(pic, &description, pictureCGBitmapContext)) return false;
   IsDesktop = true;
@@ -234,7 +282,7 @@ bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
   }
   const auto* image = static_cast<const gdImage*>(description.pictureData);
   Attach(pic);
-  pixelFormat = 8;
+  pixelFormat = kPixelFormatGD;
   rowBytes = description.width * 4;
   width = description.width;
   height = description.height;
@@ -246,6 +294,7 @@ bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
 REALpicture PictureEditor::RenderPictureWriter() {
   REALpicture result = picture;
   if (result) {
+    MarkWritten();
     LockHandle(result);
     REALPictureClearCache(result);
     if (verticalResolution >= 1 && horizontalResolution >= 1) {
@@ -275,15 +324,17 @@ bool PictureWriter::NewPictureWriter(int w, int h) {
 
 namespace {
 
-// The word of one pixel in the formats' three layouts; the format is chosen once a row so that
-// the pixel loops below are straight lines the compiler can vectorise.
-enum Layout { kLast, kFirst, kGd };
+// The word of one pixel in the formats' four layouts; the format is chosen once a row so that
+// the pixel loops below are straight lines the compiler can vectorise. gd words are opaque with
+// alpha 0, cairo words with alpha 255.
+enum Layout { kLast, kFirst, kGd, kCairo };
 
 template <Layout L>
 inline uint32_t Word(uint32_t c1, uint32_t c2, uint32_t c3) {
   if (L == kLast) return 0xFF000000u | c1 << 16 | c2 << 8 | c3;
   if (L == kFirst) return c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
-  return c1 | c2 << 8 | c3 << 16;
+  if (L == kGd) return c1 | c2 << 8 | c3 << 16;
+  return 0xFF000000u | c1 | c2 << 8 | c3 << 16;
 }
 
 // A decoded pixel, bytes R, G, B, x, as one word: R in the low byte on these little-endian hosts.
@@ -354,11 +405,31 @@ bool LayoutOf(int32_t format, Layout* layout) {
     case 6:
       *layout = kFirst;
       return true;
-    case 8:
+    case kPixelFormatGD:
       *layout = kGd;
+      return true;
+    case kPixelFormatCairoARGB32:
+    case kPixelFormatCairoRGB24:
+      *layout = kCairo;
       return true;
     default:
       return false;
+  }
+}
+
+// Calls `f` with the layout as a compile-time constant (std::integral_constant), so that each
+// layout gets loops of its own; a new layout needs a case here and in Word and LayoutOf.
+template <typename F>
+void WithLayout(Layout layout, F&& f) {
+  switch (layout) {
+    case kLast:
+      return f(std::integral_constant<Layout, kLast>());
+    case kFirst:
+      return f(std::integral_constant<Layout, kFirst>());
+    case kGd:
+      return f(std::integral_constant<Layout, kGd>());
+    case kCairo:
+      return f(std::integral_constant<Layout, kCairo>());
   }
 }
 
@@ -368,26 +439,17 @@ bool ColourWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInt
                    bool swap) {
   Layout layout;
   if (!LayoutOf(format, &layout)) return false;
-  if (layout == kLast) {
-    swap ? ColourRow<kLast, true>(to, row, width) : ColourRow<kLast, false>(to, row, width);
-  } else if (layout == kFirst) {
-    swap ? ColourRow<kFirst, true>(to, row, width) : ColourRow<kFirst, false>(to, row, width);
-  } else {
-    swap ? ColourRow<kGd, true>(to, row, width) : ColourRow<kGd, false>(to, row, width);
-  }
+  WithLayout(layout, [&](auto l) {
+    constexpr Layout L = decltype(l)::value;
+    swap ? ColourRow<L, true>(to, row, width) : ColourRow<L, false>(to, row, width);
+  });
   return true;
 }
 
 bool MaskWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInteger width) {
   Layout layout;
   if (!LayoutOf(format, &layout)) return false;
-  if (layout == kLast) {
-    MaskRow<kLast>(to, row, width);
-  } else if (layout == kFirst) {
-    MaskRow<kFirst>(to, row, width);
-  } else {
-    MaskRow<kGd>(to, row, width);
-  }
+  WithLayout(layout, [&](auto l) { MaskRow<decltype(l)::value>(to, row, width); });
   return true;
 }
 
@@ -413,13 +475,9 @@ void PictureWriter::StoreColourAndMaskRow(const unsigned char* row, RBInteger wi
     StoreColourRow(row, width, swap);
     return;
   }
-  if (layout == kLast) {
-    ColourAndMaskRow<kLast>(destination, mask.destination, row, width, swap);
-  } else if (layout == kFirst) {
-    ColourAndMaskRow<kFirst>(destination, mask.destination, row, width, swap);
-  } else {
-    ColourAndMaskRow<kGd>(destination, mask.destination, row, width, swap);
-  }
+  WithLayout(layout, [&](auto l) {
+    ColourAndMaskRow<decltype(l)::value>(destination, mask.destination, row, width, swap);
+  });
   NextRow();
   mask.NextRow();
 }

@@ -5,12 +5,19 @@
 // premultiplied first, 3 last, 4 first, 5 none-skip-last, 6 none-skip-first); "last" formats keep
 // red, green, blue in bytes 0, 1, 2, "first" formats in bytes 1, 2, 3. Code 8 is a true-colour
 // gd image: one 32-bit word a pixel in host byte order, 0xAARRGGBB with gd's 7-bit alpha (0 is
-// opaque). Row bytes may exceed width × 4 and must be honoured.
+// opaque). Codes 9 and 10 are the cairo image surfaces of Linux desktop hosts, one 32-bit word a
+// pixel in host byte order: 9 is ARGB32, 0xAARRGGBB with the colour premultiplied by alpha; 10 is
+// RGB24, 0x..RRGGBB with the top byte ignored. Row bytes may exceed width × 4 and must be
+// honoured.
 #pragma once
 
 #include <stdint.h>
 
 #include "host/HostRuntime.h"
+
+constexpr int32_t kPixelFormatGD = 8;
+constexpr int32_t kPixelFormatCairoARGB32 = 9;
+constexpr int32_t kPixelFormatCairoRGB24 = 10;
 
 // The host application kind, found out on first use and kept for the process.
 extern bool IsDesktop;
@@ -58,10 +65,15 @@ class PictureEditor {
 
  private:
   bool GetPictureEditorInternal(REALpicture picture, bool forReading, bool forWriting, int depth);
+  bool GetPictureEditorDesktop(REALpicture picture, bool alphaWanted);
+#if !defined(__APPLE__)
+  bool GetPictureEditorCairo(REALpicture picture);
+#endif
   bool GetPictureEditorCGBitmapContext(REALpicture picture, bool alphaWanted);
   bool GetPictureEditorGDImagePtr(REALpicture picture);
   bool EditDrawnCopy(REALpicture picture, bool forReading);
   void Attach(REALpicture picture);
+  void MarkWritten();
 };
 
 // An editor opened on a picture for reading its pixels.
@@ -84,7 +96,8 @@ class PictureWriter : public PictureEditor {
   // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is one
   // word of components c1, c2, c3 = B, G, R (R, G, B with `swap`): for codes 1, 3, 5 the word is
   // 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is c1 << 24 | c2 << 16 | c3 << 8 | 0xFF,
-  // for 8 it is c1 | c2 << 8 | c3 << 16; other codes store nothing.
+  // for 8 it is c1 | c2 << 8 | c3 << 16, for 9 and 10 it is 0xFF000000 | c1 | c2 << 8 | c3 << 16;
+  // other codes store nothing.
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);

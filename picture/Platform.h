@@ -1,6 +1,9 @@
-// The bitmap context behind a desktop host picture. On Apple platforms Core Graphics answers;
-// elsewhere the same six functions are looked up in the running process, where a host that keeps
-// its pictures in bitmap contexts provides them.
+// The platform storage behind desktop host pictures. On Apple platforms a picture is a Core
+// Graphics bitmap context, and Core Graphics answers. Elsewhere the same six bitmap context
+// functions are looked up in the running process, where only a host that keeps its pictures in
+// bitmap contexts provides them; and a Linux desktop host keeps its pictures in cairo image
+// surfaces, reached through cairo, which is looked up in the running process too, so that the
+// plug-in still loads in a host without it.
 #pragma once
 
 #include <stddef.h>
@@ -17,3 +20,28 @@ struct BitmapContextInfo {
 
 // False when the context's functions are not available.
 bool QueryBitmapContext(void* context, BitmapContextInfo* info);
+
+#if !defined(__APPLE__)
+
+// The image surface that a cairo context draws into: 32-bit words in native byte order, either
+// premultiplied 0xAARRGGBB (`premultiplied`, cairo's ARGB32) or 0x..RRGGBB with the top byte
+// ignored (RGB24).
+struct CairoImageInfo {
+  unsigned char* data;
+  int width;
+  int height;
+  int stride;
+  bool premultiplied;
+};
+
+// True when the running process has the cairo functions the surface route needs.
+bool CairoAvailable();
+
+// Describes the target of a cairo context, flushed so that its pixels can be accessed directly.
+// False for a target that is not an image surface of format ARGB32 or RGB24.
+bool QueryCairoContext(void* context, CairoImageInfo* info);
+
+// Tells cairo that the pixels of the context's target were written directly.
+void MarkCairoContextDirty(void* context);
+
+#endif

@@ -204,6 +204,7 @@ REALmethodDefinition globalMethods[] = {
            "PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single, Interlace as "
            "Boolean, FilterType as integer) as string",
            kConsoleSafeMark),
+    Method(Proc(CgBIToPNGStringKRV), "CgBIToPNGStringKRV(data as string) as string", kConsole),
 };
 
 }  // namespace

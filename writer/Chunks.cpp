@@ -25,7 +25,8 @@ int Clamped(RBInteger value) {
 
 // A width or height beyond 32 bits becomes one that libpng rejects rather than a wrapped one.
 png_uint_32 Dimension(RBInteger value) {
-  return value < 0 || value > RBInteger{UINT32_MAX} ? UINT32_MAX : static_cast<png_uint_32>(value);
+  const int64_t wide = value;
+  return wide < 0 || wide > int64_t{UINT32_MAX} ? UINT32_MAX : static_cast<png_uint_32>(wide);
 }
 
 // Pixels per inch to pixels per metre, rounded; saturated to 32 bits, where the conversion of a

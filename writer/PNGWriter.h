@@ -47,6 +47,8 @@ struct PNGWriter {
   RBBoolean rowsFailed;
   RBBoolean headerRefused;  // libpng refused the last header, yet keeps its values
   RBBoolean headerFixed;    // WriteInfo handed libpng a header: it may be in the stream
+  // WriteInfo succeeded: libpng would write every chunk after the header a second time.
+  RBBoolean infoWritten;
 };
 
 // The libpng states and the jump buffer exist (Init succeeded and Close has not run).

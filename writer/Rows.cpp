@@ -27,7 +27,15 @@ struct RGB {
   uint8_t blue;
 };
 
-// Where red, green and blue lie in a pixel of the editor's format.
+// Red, green and blue of a 0x..RRGGBB word in host byte order (gd and cairo pictures).
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr Channels kNativeWord = {1, 2, 3, true};
+#else
+constexpr Channels kNativeWord = {2, 1, 0, true};
+#endif
+
+// Where red, green and blue lie in a pixel of the editor's format. Colours are taken as stored:
+// a premultiplied picture's colour stays premultiplied.
 Channels ChannelsOf(int32_t pixelFormat) {
   switch (pixelFormat) {
     case 1:
@@ -38,8 +46,10 @@ Channels ChannelsOf(int32_t pixelFormat) {
     case 4:
     case 6:
       return {1, 2, 3, true};
-    case 8:
-      return {2, 1, 0, true};
+    case kPixelFormatGD:
+    case kPixelFormatCairoARGB32:
+    case kPixelFormatCairoRGB24:
+      return kNativeWord;
     default:
       return {0, 0, 0, false};
   }

@@ -73,10 +73,12 @@ bool RowsWritten(PNGWriter& w, bool written) {
 bool WriteInfo(PNGWriter& w) {
   if (!HasHandles(w)) return false;
   if (w.headerRefused) return Refuse(w, "The header was refused.");
+  if (w.infoWritten) return Refuse(w, "The header chunks are written already.");
   // From here libpng may write the header, even when a later chunk then fails: libpng keeps
   // that header for the rows, so the one in the info must stay as it is.
   if (png_get_image_width(w.pngPtr, w.infoPtr) != 0) w.headerFixed = true;
-  return WriteInfoArmed(w);
+  w.infoWritten = WriteInfoArmed(w);
+  return w.infoWritten;
 }
 
 bool WriteRows(PNGWriter& w) {

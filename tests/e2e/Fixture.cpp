@@ -14,7 +14,7 @@ namespace {
 
 const emu::Profile* SelectedProfile() {
   const char* name = getenv("PNGKRV_HOST");
-  const emu::Profile* profile = emu::FindProfile(name ? name : "desktop-2019.1");
+  const emu::Profile* profile = emu::FindProfile(name ? name : "linux-desktop-2019.1");
   if (profile == nullptr) {
     fprintf(stderr, "unknown host profile %s\n", name);
     exit(2);
@@ -43,6 +43,25 @@ emu::Host& Host() {
 
 const emu::Profile& Profile() {
   return Host().CurrentProfile();
+}
+
+bool FullServiceHost() {
+  return Profile().version == 2019.1 && Profile().withheld.empty();
+}
+
+bool Desktop() {
+  return Profile().app == emu::AppKind::Desktop;
+}
+
+std::vector<PictureStorage> PictureStorages() {
+  if (!Desktop()) return {{2, 0, 8}};
+  if (Profile().platform == emu::Platform::Linux) return {{2, 0, 10}, {2, 12, 10}};
+  std::vector<PictureStorage> storages;
+  for (int alpha = 1; alpha <= 6; ++alpha) {
+    storages.push_back({alpha, 0, alpha});
+    storages.push_back({alpha, 12, alpha});
+  }
+  return storages;
 }
 
 std::string PngSuiteDir() {

@@ -16,6 +16,20 @@ emu::Host& Host();
 const emu::Profile& Profile();
 std::string PngSuiteDir();  // empty when the suite is absent
 
+// A current host that serves everything, one profile of each application kind: where the checks
+// that need no run under every profile (the tool's own processes, the every-offset loops) run.
+bool FullServiceHost();
+bool Desktop();
+
+// A storage new pictures of this host come in: the alpha info and row padding set on the host
+// (SetPictureFormat), and the pixel format the picture is then stored in. Linux desktop hosts:
+// cairo RGB24, with and without row padding; macOS desktop hosts: the six bitmap-context layouts,
+// each with and without padding; elsewhere gd true colour.
+struct PictureStorage {
+  int alphaInfo, padding, format;
+};
+std::vector<PictureStorage> PictureStorages();
+
 // A PNGReaderKRV whose events are collected.
 struct Reader {
   Reader();

@@ -18,7 +18,7 @@ using samples::MakeChunk;
 
 // The heavy loops run on one host; the other profiles take the light cases.
 bool HeavyProfile() {
-  return Profile().name == "desktop-2019.1";
+  return FullServiceHost() && Desktop();
 }
 
 // How far the peak of resident memory rose above what was resident when the meter was made.

@@ -89,11 +89,19 @@ TEST_F(ReaderDecode, OneBitGreyBecomesBlackAndWhiteWithFiller) {
   EXPECT_EQ(Bytes(rows.begin() + 8, rows.begin() + 12), (Bytes{255, 255, 255, 255}));
 }
 
-// A grey ramp of 256 samples, one per pixel.
+// The file gamma of a ramp that carries an sRGB chunk and no gAMA chunk.
+constexpr double kSRGB = -2.0;
+
+// A grey ramp of 256 samples, one per pixel, with a gAMA chunk of `fileGamma` (none for 0) or an
+// sRGB chunk.
 samples::Image Ramp(double fileGamma) {
   samples::Image image = samples::Pattern(256, 1, 8, 0, false);
   for (int x = 0; x < 256; ++x) image.rows[0][x] = static_cast<uint8_t>(x);
-  image.chunks.gamma = fileGamma;
+  if (fileGamma == kSRGB) {
+    image.chunks.srgbIntent = 0;
+  } else {
+    image.chunks.gamma = fileGamma;
+  }
   return image;
 }
 
@@ -111,6 +119,7 @@ Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
 }
 
 TEST_F(ReaderDecode, GammaRules) {
+  const double kNaN = NAN;
   struct Case {
     const char* what;
     double fileGamma, gamma, screenGamma;
@@ -118,9 +127,15 @@ TEST_F(ReaderDecode, GammaRules) {
   };
   const Case cases[] = {
       {"no gAMA chunk, default gamma", 0.0, 0.0, -1.0, 1.0},
+      {"no gAMA chunk, whatever the screen gamma", 0.0, 0.0, 2.5, 1.0},
       {"gamma -1 ignores the gAMA chunk", 0.45455, -1.0, -1.0, 1.0},
-      {"the file gamma against screen gamma 1.8", 0.45455, 0.0, -1.0, 1.0 / (0.45455 * 1.8)},
-      {"gamma 2.2 stands for a file gamma of 1/2.2", 0.0, 2.2, -1.0, 2.2 / 1.8},
+      {"gamma NaN ignores the gAMA chunk", 0.45455, kNaN, -1.0, 1.0},
+      {"the file gamma against screen gamma 1.8", 0.45455, 0.0, -1.0, 1.2222},
+      {"an sRGB chunk stands for file gamma 0.45455", kSRGB, 0.0, -1.0, 1.2222},
+      {"the file gamma against the screen gamma given", 0.45455, 0.0, 1.0, 2.2},
+      {"a NaN screen gamma stands for 1.8", 0.45455, 0.0, kNaN, 1.2222},
+      {"gamma 2.2 stands for a file gamma of 1/2.2", 0.0, 2.2, -1.0, 1.2222},
+      {"gamma 2.2 overrides the gAMA chunk", 1.0, 2.2, -1.0, 1.2222},
       {"an explicit screen gamma", 0.0, 2.2, 2.2, 1.0},
   };
   for (const Case& c : cases) {

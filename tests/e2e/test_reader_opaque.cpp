@@ -7,20 +7,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
-std::vector<std::pair<int, int>> Formats() {
-  if (!Desktop()) return {{8, 0}};
-  std::vector<std::pair<int, int>> formats;
-  for (int alpha = 1; alpha <= 6; ++alpha) {
-    formats.push_back({alpha, 0});
-    formats.push_back({alpha, 12});
-  }
-  return formats;
-}
-
 // Colour type and bit depth of every source without alpha.
 const std::vector<std::pair<int, int>> kSources = {{0, 1},  {0, 2}, {0, 4}, {0, 8},
                                                    {0, 16}, {2, 8}, {2, 16}};
@@ -43,23 +29,25 @@ class ReaderOpaque : public PluginTest {
 };
 
 TEST_F(ReaderOpaque, EverySourceInEveryFormat) {
-  for (const auto& format : Formats()) {
-    if (Desktop()) Host().SetPictureFormat(format.first, format.second);
+  for (const PictureStorage& storage : PictureStorages()) {
+    if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
     for (const auto& [colorType, depth] : kSources) {
       for (bool interlaced : {false, true}) {
         const Bytes png = samples::Encode(samples::Pattern(23, 9, depth, colorType, interlaced));
         uint32_t w = 0, h = 0;
         const Bytes expected = samples::DecodeRGBA(png, &w, &h);
         for (bool swap : {false, true}) {
-          SCOPED_TRACE("format " + std::to_string(format.first) + " padding " +
-                       std::to_string(format.second) + ", colour type " +
+          SCOPED_TRACE("format " + std::to_string(storage.format) + " padding " +
+                       std::to_string(storage.padding) + ", colour type " +
                        std::to_string(colorType) + " depth " + std::to_string(depth) +
                        (interlaced ? " interlaced" : "") + (swap ? ", SwapRB" : ""));
           Reader reader;
           Host().SetProperty(reader.object, "SwapRB", swap);
           ASSERT_TRUE(reader.OpenData(png) && reader.Ok("ApplyOptions", {-1.0}) &&
                       reader.Ok("ReadPicture"));
-          const std::string pict = Host().PictureRgba(Host().GetProperty(reader.object, "Pict"));
+          emu::Value picture = Host().GetProperty(reader.object, "Pict");
+          EXPECT_EQ(Host().RawPicture(picture).format, storage.format);
+          const std::string pict = Host().PictureRgba(picture);
           EXPECT_EQ(Bytes(pict.begin(), pict.end()), Colours(expected, swap));
           EXPECT_TRUE(Host().GetProperty(reader.object, "Mask").IsNil());
         }

@@ -11,21 +11,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
-// The six bitmap-context layouts, with and without row padding, on desktop hosts; gd elsewhere.
-std::vector<std::pair<int, int>> Formats() {
-  if (!Desktop()) return {{8, 0}};
-  std::vector<std::pair<int, int>> formats;
-  for (int alpha = 1; alpha <= 6; ++alpha) {
-    formats.push_back({alpha, 0});
-    formats.push_back({alpha, 12});
-  }
-  return formats;
-}
-
 enum class Transparency { kNone, kOneClear, kGraded };
 
 struct Case {
@@ -107,17 +92,19 @@ class ReaderPalette : public PluginTest {
 };
 
 TEST_F(ReaderPalette, EveryDepthInEveryFormat) {
-  for (const auto& format : Formats()) {
-    if (Desktop()) Host().SetPictureFormat(format.first, format.second);
+  for (const PictureStorage& storage : PictureStorages()) {
+    if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
     for (const Case& c : Cases()) {
       const Bytes png = samples::Encode(PaletteImage(c));
       uint32_t w = 0, h = 0;
       const Bytes expected = samples::DecodeRGBA(png, &w, &h);
       for (bool swap : {false, true}) {
-        SCOPED_TRACE("format " + std::to_string(format.first) + " padding " +
-                     std::to_string(format.second) + ", " + Describe(c) + (swap ? ", SwapRB" : ""));
+        SCOPED_TRACE("format " + std::to_string(storage.format) + " padding " +
+                     std::to_string(storage.padding) + ", " + Describe(c) +
+                     (swap ? ", SwapRB" : ""));
         Reader reader;
         ASSERT_TRUE(ReadPicture(reader, png, -1.0, swap));
+        EXPECT_EQ(Host().RawPicture(Pict(reader)).format, storage.format);
         EXPECT_EQ(Rgba(Pict(reader)), Colours(expected, swap));
         if (c.transparency == Transparency::kNone) {
           EXPECT_TRUE(Mask(reader).IsNil());

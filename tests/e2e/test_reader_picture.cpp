@@ -1,6 +1,9 @@
 // "ReadPicture as boolean": whole images into host pictures and masks in every storage the host
 // uses, SwapRB, damaged data with and without AllowDamaged, and CombinePictureWithMask.
+#include <dlfcn.h>
 #include <string.h>
+
+#include <map>
 
 #include "tests/e2e/Fixture.h"
 
@@ -9,20 +12,27 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
+bool LinuxDesktop() {
+  return Desktop() && Profile().platform == emu::Platform::Linux;
 }
 
-// The pixel formats new pictures of this host come in: the six bitmap-context layouts, with and
-// without row padding, on desktop hosts; gd true colour elsewhere.
-std::vector<std::pair<int, int>> Formats() {
-  if (!Desktop()) return {{8, 0}};
-  std::vector<std::pair<int, int>> formats;
+// A storage new pictures of this host come in: the alpha info and row padding set on the host, and
+// the format the picture is then stored in.
+struct Storage {
+  int alphaInfo, padding, format;
+};
+
+// Linux desktop hosts: cairo RGB24 (10), with and without row padding; macOS desktop hosts: the
+// six bitmap-context layouts, each with and without padding; elsewhere gd true colour (8).
+std::vector<Storage> Storages() {
+  if (!Desktop()) return {{2, 0, 8}};
+  if (LinuxDesktop()) return {{2, 0, 10}, {2, 12, 10}};
+  std::vector<Storage> storages;
   for (int alpha = 1; alpha <= 6; ++alpha) {
-    formats.push_back({alpha, 0});
-    formats.push_back({alpha, 12});
+    storages.push_back({alpha, 0, alpha});
+    storages.push_back({alpha, 12, alpha});
   }
-  return formats;
+  return storages;
 }
 
 Bytes Rgba(const emu::Value& picture) {
@@ -51,8 +61,8 @@ class ReaderPicture : public PluginTest {
     if (Desktop()) Host().SetPictureFormat(2, 0);
     PluginTest::TearDown();
   }
-  void UseFormat(const std::pair<int, int>& format) {
-    if (Desktop()) Host().SetPictureFormat(format.first, format.second);
+  void Use(const Storage& storage) {
+    if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
   }
   // Opens and sets up `png`, then ReadPicture.
   static bool ReadPicture(Reader& reader, const Bytes& png, bool allowDamaged = false) {
@@ -65,20 +75,20 @@ class ReaderPicture : public PluginTest {
 };
 
 TEST_F(ReaderPicture, EveryFormatPlainAndInterlaced) {
-  for (const auto& format : Formats()) {
+  for (const Storage& storage : Storages()) {
     for (int colorType : {2, 6}) {
       for (bool interlaced : {false, true}) {
-        SCOPED_TRACE("format " + std::to_string(format.first) + " padding " +
-                     std::to_string(format.second) + " colour type " + std::to_string(colorType) +
+        SCOPED_TRACE("alpha info " + std::to_string(storage.alphaInfo) + " padding " +
+                     std::to_string(storage.padding) + " colour type " + std::to_string(colorType) +
                      (interlaced ? " interlaced" : ""));
-        UseFormat(format);
+        Use(storage);
         const Bytes png = samples::Encode(samples::Pattern(19, 7, 8, colorType, interlaced));
         uint32_t w = 0, h = 0;
         const Bytes expected = samples::DecodeRGBA(png, &w, &h);
         Reader reader;
         ASSERT_TRUE(ReadPicture(reader, png));
         emu::Value pict = Pict(reader);
-        EXPECT_EQ(Host().RawPicture(pict).format, format.first);
+        EXPECT_EQ(Host().RawPicture(pict).format, storage.format);
         EXPECT_EQ(Rgba(pict), WithOpaqueAlpha(expected));
         emu::Value mask = Mask(reader);
         if (colorType == 2) {
@@ -94,30 +104,67 @@ TEST_F(ReaderPicture, EveryFormatPlainAndInterlaced) {
   }
 }
 
-TEST_F(ReaderPicture, SwapRBExchangesRedAndBlue) {
-  samples::Image image = samples::Pattern(2, 1, 8, 2, false);
-  image.rows[0] = {255, 0, 0, 0, 0, 255};
-  const Bytes png = samples::Encode(image);
-  for (bool swap : {false, true}) {
-    Reader reader;
-    Host().SetProperty(reader.object, "SwapRB", swap);
-    ASSERT_TRUE(ReadPicture(reader, png));
-    const Bytes red = {255, 0, 0, 255}, blue = {0, 0, 255, 255};
-    Bytes expected = swap ? blue : red;
-    const Bytes second = swap ? red : blue;
-    expected.insert(expected.end(), second.begin(), second.end());
-    EXPECT_EQ(Rgba(Pict(reader)), expected) << "SwapRB " << swap;
-  }
-  if (!Desktop()) return;
-  // The words stored in format 1, in host byte order.
-  Host().SetPictureFormat(1, 0);
+// cairo is in the process of Linux desktop hosts only, where decoded pictures are cairo RGB24
+// surfaces (10); elsewhere the plug-in decodes into its host's pictures without it: bitmap
+// contexts of the default alpha info (2) on macOS, gd images (8) on console and web hosts.
+TEST_F(ReaderPicture, CairoOnlyInLinuxDesktopProcesses) {
+  const std::map<std::pair<emu::AppKind, emu::Platform>, std::pair<bool, int>> kExpected = {
+      {{emu::AppKind::Desktop, emu::Platform::Linux}, {true, 10}},
+      {{emu::AppKind::Desktop, emu::Platform::Mac}, {false, 2}},
+      {{emu::AppKind::Console, emu::Platform::Linux}, {false, 8}},
+      {{emu::AppKind::Web, emu::Platform::Linux}, {false, 8}},
+  };
+  const auto [cairo, format] = kExpected.at({Profile().app, Profile().platform});
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "cairo_get_target") != nullptr, cairo);
+  const Bytes png = samples::Encode(samples::Pattern(5, 4, 8, 6, false));
+  uint32_t w = 0, h = 0;
+  const Bytes expected = samples::DecodeRGBA(png, &w, &h);
   Reader reader;
   ASSERT_TRUE(ReadPicture(reader, png));
-  const std::string raw = Host().RawPicture(Pict(reader)).bytes;
+  EXPECT_EQ(Host().RawPicture(Pict(reader)).format, format);
+  EXPECT_EQ(Rgba(reader.Call("CombinePictureWithMask")), expected);
+}
+
+// Each of the four decoders puts red and blue back in place when SwapRB is set.
+TEST_F(ReaderPicture, SwapRBExchangesRedAndBlueInEveryDecoder) {
+  const Bytes red = {255, 0, 0, 255}, blue = {0, 0, 255, 255};
+  const struct {
+    bool swap;
+    Bytes pixels;  // the decoded picture of a red and a blue pixel
+  } kCases[] = {{false, {255, 0, 0, 255, 0, 0, 255, 255}},
+                {true, {0, 0, 255, 255, 255, 0, 0, 255}}};
+  for (int colorType : {2, 6}) {
+    for (bool interlaced : {false, true}) {
+      samples::Image image = samples::Pattern(2, 1, 8, colorType, interlaced);
+      image.rows[0] =
+          colorType == 2 ? Bytes{255, 0, 0, 0, 0, 255} : Bytes{255, 0, 0, 255, 0, 0, 255, 255};
+      for (const auto& c : kCases) {
+        SCOPED_TRACE(::testing::Message() << "colour type " << colorType << " interlaced "
+                                          << interlaced << " SwapRB " << c.swap);
+        Reader reader;
+        Host().SetProperty(reader.object, "SwapRB", c.swap);
+        ASSERT_TRUE(ReadPicture(reader, samples::Encode(image)));
+        EXPECT_EQ(Rgba(Pict(reader)), c.pixels);
+      }
+    }
+  }
+  // The words stored for red and blue, in host byte order: gd's alpha 0 and cairo's alpha 255 are
+  // opaque; on macOS the bitmap context of alpha info 1 keeps R, G, B, A in memory.
+  const std::map<int, std::pair<uint32_t, uint32_t>> kWords = {
+      {1, {0xFF0000FFu, 0xFFFF0000u}},
+      {8, {0x00FF0000u, 0x000000FFu}},
+      {10, {0xFFFF0000u, 0xFF0000FFu}},
+  };
+  Use({1, 0, 1});
+  samples::Image image = samples::Pattern(2, 1, 8, 2, false);
+  image.rows[0] = {255, 0, 0, 0, 0, 255};
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, samples::Encode(image)));
+  const emu::PictureRaw raw = Host().RawPicture(Pict(reader));
+  ASSERT_EQ(kWords.count(raw.format), 1u) << raw.format;
   uint32_t words[2];
-  memcpy(words, raw.data(), 8);
-  EXPECT_EQ(words[0], 0xFF0000FFu);
-  EXPECT_EQ(words[1], 0xFFFF0000u);
+  memcpy(words, raw.bytes.data(), 8);
+  EXPECT_EQ(std::make_pair(words[0], words[1]), kWords.at(raw.format));
 }
 
 TEST_F(ReaderPicture, MaskIsTheComplementOfAlpha) {
@@ -212,13 +259,37 @@ TEST_F(ReaderPicture, NothingToDecode) {
   ASSERT_TRUE(unset.OpenData(samples::Encode(samples::Pattern(4, 4, 8, 2, false))));
   EXPECT_FALSE(unset.Ok("ReadPicture")) << "not set up";
   EXPECT_TRUE(unset.errors.empty());
-  // A second decode finds no rows left: the Error event, and the pictures of the first stay.
-  Reader twice;
-  ASSERT_TRUE(ReadPicture(twice, samples::Encode(samples::Pattern(4, 4, 8, 6, false))));
-  const void* first = Pict(twice).Handle();
-  EXPECT_TRUE(twice.Ok("ReadPicture"));
-  EXPECT_EQ(twice.errors.size(), 1u);
-  EXPECT_EQ(Pict(twice).Handle(), first);
+}
+
+// A second ReadPicture finds no rows left: the Error event, and then what AllowDamaged and the
+// decoder make of a reader that already holds the first picture. The RGB decoder gives it back
+// before decoding; the RGBA decoder replaces it only with what it renders.
+TEST_F(ReaderPicture, SecondReadPicture) {
+  enum Kept { kNone, kFirst, kNew };
+  const struct {
+    int colorType;
+    bool allowDamaged;
+    bool result;
+    Kept pict;
+  } kCases[] = {{2, false, false, kNone},
+                {2, true, true, kNew},
+                {6, false, true, kFirst},
+                {6, true, true, kNew}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(::testing::Message()
+                 << "colour type " << c.colorType << " AllowDamaged " << c.allowDamaged);
+    Reader reader;
+    ASSERT_TRUE(
+        ReadPicture(reader, samples::Encode(samples::Pattern(4, 4, 8, c.colorType, false))));
+    const void* first = Pict(reader).Handle();
+    Host().SetProperty(reader.object, "AllowDamaged", c.allowDamaged);
+    EXPECT_EQ(reader.Ok("ReadPicture"), c.result);
+    EXPECT_EQ(reader.errors.size(), 1u);
+    const emu::Value pict = Pict(reader);
+    EXPECT_EQ(pict.IsNil(), c.pict == kNone);
+    EXPECT_EQ(pict.Handle() == first, c.pict == kFirst);
+    EXPECT_EQ(Host().IsAlive(first), c.pict == kFirst) << "the first picture is given back";
+  }
 }
 
 }  // namespace

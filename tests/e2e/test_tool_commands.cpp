@@ -50,10 +50,7 @@ bool FitsPalette(const Bytes& rgba, bool withAlphas) {
 class ToolRoundTrip : public PluginTest {
  protected:
   void SetUp() override {
-    const std::string profile = Profile().name;
-    if (profile != "desktop-2019.1" && profile != "console-2019.1" && profile != "web-2019.1") {
-      GTEST_SKIP() << "one profile of each application kind";
-    }
+    if (!FullServiceHost()) GTEST_SKIP() << "one profile of each application kind";
     if (!PngSuiteDir().empty()) {
       for (const auto& entry : std::filesystem::directory_iterator(PngSuiteDir())) {
         const std::string name = entry.path().filename();
@@ -85,10 +82,12 @@ class ToolRoundTrip : public PluginTest {
   std::vector<size_t> all;
 };
 
+class ToolRegistry : public PluginTest {};
+
 class ToolCommands : public PluginTest {
  protected:
   void SetUp() override {
-    if (Profile().name != "desktop-2019.1") GTEST_SKIP() << "one profile is enough";
+    if (!FullServiceHost() || !Desktop()) GTEST_SKIP() << "one profile is enough";
   }
 };
 
@@ -171,24 +170,44 @@ TEST_F(ToolCommands, CgBIConverts) {
   EXPECT_NE(failed.output.find("not CgBI data that converts"), std::string::npos);
 }
 
-TEST_F(ToolCommands, RegistryListsClassesModulesAndMethods) {
-  const ToolRun modules = RunTool("--host desktop-2013.04 registry");
-  const ToolRun extension = RunTool("--host desktop-2012.0 registry");
-  ASSERT_EQ(modules.status, 0) << modules.output;
-  ASSERT_EQ(extension.status, 0) << extension.output;
-  for (const ToolRun* run : {&modules, &extension}) {
-    for (const char* line : {"class PNGReaderKRV", "class PNGWriterKRV", "class PNGPictureKRV",
-                             "method \"ReadRow(mem as memoryblock) as boolean\" flags 0x4",
-                             "event \"Error(msg as string)\"", "constant \"TypeRGBA = 6\""}) {
-      EXPECT_NE(run->output.find(line), std::string::npos) << line;
-    }
+// --to-png writes the standard PNG of a CgBI file as Apple's tool writes it (empty IEND, colour
+// premultiplied: opaque pixels keep theirs exactly); a standard PNG ends with status 1.
+TEST_F(ToolCommands, CgBIToPNG) {
+  const samples::Image image = samples::Pattern(24, 16, 8, 6, false);
+  samples::Image opaque = image;
+  for (Bytes& row : opaque.rows) {
+    for (size_t i = 3; i < row.size(); i += 4) row[i] = 255;
   }
-  EXPECT_NE(modules.output.find("module FolderitemPNGExtensionKRV"), std::string::npos);
-  EXPECT_NE(modules.output.find("module PNGGlobalsKRV"), std::string::npos);
-  EXPECT_EQ(modules.output.find("extension Folderitem"), std::string::npos);
-  EXPECT_NE(extension.output.find("extension Folderitem"), std::string::npos);
-  EXPECT_NE(extension.output.find("global method \"PNGStringToPictureKRV("), std::string::npos);
-  EXPECT_EQ(extension.output.find("module "), std::string::npos);
+  const TempFile cgbi(samples::CgBIFile(samples::CgBIPixels(opaque), 3, {}));
+  const TempFile other(samples::Encode(image));
+  const TempFile out(Bytes{});
+  const ToolRun run = RunTool("cgbi --to-png " + cgbi.path + " " + out.path);
+  ASSERT_EQ(run.status, 0) << run.output;
+  uint32_t w = 0, h = 0;
+  EXPECT_EQ(Expected(out.path), samples::DecodeRGBA(samples::Encode(opaque), &w, &h));
+  const ToolRun failed = RunTool("cgbi --to-png " + other.path + " " + out.path);
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.output.find(other.path + ": not CgBI data that converts"), std::string::npos);
+  EXPECT_EQ(RunTool("cgbi --to-png --gamma 2 " + cgbi.path + " " + out.path).status, 2);
+}
+
+// What the tool lists is what the plug-in registered with this host.
+TEST_F(ToolRegistry, ListsWhatThePluginRegistered) {
+  const ToolRun run = RunTool("--host " + Profile().name + " registry");
+  ASSERT_EQ(run.status, 0) << run.output;
+  for (const char* line : {"class PNGReaderKRV", "class PNGWriterKRV", "class PNGPictureKRV",
+                           "method \"ReadRow(mem as memoryblock) as boolean\" flags 0x4",
+                           "event \"Error(msg as string)\"", "constant \"TypeRGBA = 6\""}) {
+    EXPECT_NE(run.output.find(line), std::string::npos) << line;
+  }
+  const emu::Registry& registry = Host().GetRegistry();
+  for (const emu::ModuleInfo& module : registry.modules) {
+    EXPECT_NE(run.output.find("module " + module.name), std::string::npos) << module.name;
+  }
+  EXPECT_EQ(run.output.find("extension Folderitem") != std::string::npos,
+            !registry.extensions.empty());
+  EXPECT_EQ(run.output.find("global method \"PNGStringToPictureKRV(") != std::string::npos,
+            !registry.methods.empty());
 }
 
 TEST_F(ToolCommands, DemoSavesEveryExampleAgain) {

@@ -1,6 +1,7 @@
 #include "tests/e2e/test_writer_helpers.h"
 
 #include <stdio.h>
+#include <zlib.h>
 
 #include <functional>
 
@@ -123,6 +124,20 @@ ReadBack ReadWithLibpng(const samples::Bytes& png) {
            Read(png, PNG_TRANSFORM_EXPAND | PNG_TRANSFORM_GRAY_TO_RGB | PNG_TRANSFORM_STRIP_16,
                 [&](png_structp p, png_infop info) { CollectRgba(p, info, out); });
   return out;
+}
+
+samples::Bytes FilterBytes(const samples::Bytes& png) {
+  const ReadBack back = ReadWithLibpng(png);
+  if (!back.ok || back.rows.empty()) return {};
+  const size_t stride = back.rows[0].size() + 1;
+  samples::Bytes idat, raw(stride * back.height), filters;
+  for (const samples::Chunk& chunk : samples::SplitChunks(png)) {
+    if (chunk.type == "IDAT") idat.insert(idat.end(), chunk.data.begin(), chunk.data.end());
+  }
+  uLongf size = raw.size();
+  if (uncompress(raw.data(), &size, idat.data(), idat.size()) != Z_OK) return {};
+  for (size_t y = 0; y < back.height; ++y) filters.push_back(raw[y * stride]);
+  return filters;
 }
 
 emu::Value RowsArray(const std::vector<samples::Bytes>& rows) {

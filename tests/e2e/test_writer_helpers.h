@@ -44,11 +44,6 @@ samples::Bytes WriteStream(Writer& w, const std::string& file = "");
 // The message of the exception raised by the last call, or "" for none.
 std::string RaisedMessage();
 
-// Grey by the writer's weights.
-inline uint8_t Grey(const uint8_t* rgb) {
-  return static_cast<uint8_t>((77 * rgb[0] + 151 * rgb[1] + 28 * rgb[2]) >> 8);
-}
-
 struct ReadBack {
   bool ok = false;
   png_uint_32 width = 0, height = 0;
@@ -65,6 +60,10 @@ struct ReadBack {
 };
 
 ReadBack ReadWithLibpng(const samples::Bytes& png);
+
+// The filter byte of each row of a stream that is not interlaced, read with zlib; empty when its
+// image data does not inflate.
+samples::Bytes FilterBytes(const samples::Bytes& png);
 
 // Memory blocks holding `rows`, as a memory block array.
 emu::Value RowsArray(const std::vector<samples::Bytes>& rows);

@@ -11,10 +11,6 @@ namespace {
 
 using samples::Bytes;
 
-bool Desktop() {
-  return Profile().app == emu::AppKind::Desktop;
-}
-
 class WriterPictures : public PluginTest {
  protected:
   void TearDown() override {
@@ -26,7 +22,8 @@ class WriterPictures : public PluginTest {
 // An opaque picture of the RGB of `rgba`, and a mask of grey 255 − alpha when any alpha is below
 // 255 (or `forceMask`).
 struct Source {
-  Source(uint32_t width, uint32_t height, const Bytes& rgba, bool forceMask = false) {
+  Source(uint32_t width, uint32_t height, const Bytes& rgba, bool forceMask = false,
+         bool alphaChannel = false) {
     std::string opaque(rgba.begin(), rgba.end()), mask;
     bool translucent = forceMask;
     for (size_t i = 0; i < rgba.size(); i += 4) {
@@ -34,17 +31,21 @@ struct Source {
       mask.append(3, static_cast<char>(255 - rgba[i + 3])).push_back('\xFF');
       translucent = translucent || rgba[i + 3] != 255;
     }
-    picture = Host().MakePicture(width, height, opaque);
+    emu::PictureOptions options;
+    options.alphaChannel = alphaChannel;
+    picture = Host().MakePicture(width, height, opaque, options);
     if (translucent) this->mask = Host().MakePicture(width, height, mask);
   }
   emu::Value picture, mask;
 };
 
-// What a loader keeps of the RGBA that went in: alpha only with a mask, grey by its weights.
-Bytes Expected(const Bytes& rgba, bool grey, bool alpha) {
+// What a loader keeps of the RGBA that went in: alpha only with a mask, and for the grey loaders
+// the grey levels given (one a pixel) in place of the colours.
+Bytes Expected(const Bytes& rgba, const Bytes& greys, bool alpha) {
   Bytes out;
   for (size_t i = 0; i < rgba.size(); i += 4) {
-    const uint8_t g = Grey(&rgba[i]);
+    const bool grey = !greys.empty();
+    const uint8_t g = grey ? greys[i / 4] : 0;
     out.insert(out.end(), {grey ? g : rgba[i], grey ? g : rgba[i + 1], grey ? g : rgba[i + 2],
                            alpha ? rgba[i + 3] : uint8_t{255}});
   }
@@ -70,22 +71,49 @@ const Loader kLoaders[] = {{"SetRGBPicture", false, false, 2, 3},
 // alphas are 255, 0, 127, 255, 10, 200.
 const Bytes kPixels = {255, 255, 255, 255, 255, 0,   0,   0,  0, 255, 0, 127,
                        0,   0,   255, 255, 128, 128, 128, 10, 1, 2,   3, 200};
+// Their grey levels: (77 R + 151 G + 28 B) / 256, truncated.
+const Bytes kGreys = {255, 76, 150, 27, 128, 1};
+
+// A storage the loaders read from: the alpha info and row padding set on the host, whether the
+// picture has an alpha channel, and the format it is then stored in.
+struct Storage {
+  int alphaInfo, padding;
+  bool alphaChannel;
+  int format;
+};
+
+// Linux desktop hosts: cairo RGB24 (10) and, for pictures with alpha channel, ARGB32 (9); macOS
+// desktop hosts: the six bitmap-context layouts; each with and without 12 bytes of row padding.
+// Elsewhere the host's one storage, gd true colour (8).
+std::vector<Storage> Storages() {
+  if (!Desktop()) return {{2, 0, false, 8}};
+  std::vector<Storage> storages;
+  for (int padding : {0, 12}) {
+    if (Profile().platform == emu::Platform::Linux) {
+      storages.push_back({2, padding, false, 10});
+      storages.push_back({2, padding, true, 9});
+      continue;
+    }
+    for (int alpha = 1; alpha <= 6; ++alpha) storages.push_back({alpha, padding, false, alpha});
+  }
+  return storages;
+}
 
 TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
-  // Desktop alpha infos 1 to 6, each with and without 12 bytes of row padding; elsewhere the
-  // host's one storage (gd).
-  const int formats = Desktop() ? 12 : 1;
-  for (int f = 0; f < formats; ++f) {
-    if (Desktop()) Host().SetPictureFormat(1 + f / 2, f % 2 * 12);
-    SCOPED_TRACE(::testing::Message() << "format " << f);
-    const Source source(3, 2, kPixels, true);
+  for (const Storage& storage : Storages()) {
+    if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
+    SCOPED_TRACE(::testing::Message() << "alpha info " << storage.alphaInfo << " padding "
+                                      << storage.padding << " alpha " << storage.alphaChannel);
+    const Source source(3, 2, kPixels, true, storage.alphaChannel);
+    ASSERT_EQ(Host().RawPicture(source.picture).format, storage.format);
     for (const Loader& l : kLoaders) {
       Writer w;
       ASSERT_TRUE(w.Ok(l.method, {source.picture, l.mask ? source.mask : kNil}));
       EXPECT_EQ(std::make_tuple(w.Int("Type"), w.Int("bpc"), w.Int("Rowbytes"), w.Int("Width"),
                                 w.Int("Height")),
                 std::make_tuple(l.type, l.bpc, 3 * l.bpc, RBInteger{3}, RBInteger{2}));
-      EXPECT_EQ(ReadWithLibpng(Write(w)).rgba, Expected(kPixels, l.grey, l.mask)) << l.method;
+      EXPECT_EQ(ReadWithLibpng(Write(w)).rgba, Expected(kPixels, l.grey ? kGreys : Bytes(), l.mask))
+          << l.method;
     }
     Writer w;
     // Red twice: the lower index wins. 1, 2, 3 is missing and takes index 0.
@@ -164,10 +192,11 @@ TEST_F(WriterPictures, PngSuiteRoundTrips) {
       EXPECT_EQ(Write(toFile, file.path), png) << name << " " << type;
       EXPECT_EQ(ReadWithLibpng(png).rgba, expected) << name << " " << type;
     };
+    // The grey levels are pinned by the test above; here the colour loaders and the palette.
     for (const Loader& l : kLoaders) {
-      if (l.mask && s.mask.IsNil()) continue;
+      if (l.grey || (l.mask && s.mask.IsNil())) continue;
       const auto load = [&](Writer& w) { w.Ok(l.method, {s.picture, l.mask ? s.mask : kNil}); };
-      check(l.method, load, Expected(rgba, l.grey, l.mask));
+      check(l.method, load, Expected(rgba, Bytes(), l.mask));
     }
     std::vector<RBColor> colours;
     std::vector<RBInteger> alphas;

@@ -1,10 +1,9 @@
 // The writing sequence of PNGWriterKRV: rows from memory blocks to memory and to files, the
 // destinations in every state, how out-of-order calls and bad input reach user code, and the
 // header and ancillary chunks written, read back with libpng.
-#include <zlib.h>
-
 #include <algorithm>
 #include <functional>
+#include <set>
 #include <tuple>
 
 #include "tests/e2e/test_writer_helpers.h"
@@ -252,32 +251,137 @@ TEST_F(WriterSequence, PaletteAndSortedTransparency) {
   EXPECT_EQ(back.palette.size(), 768u) << "at most 256 colours";
 }
 
-// The filter byte of each row of a non-interlaced stream.
-Bytes FilterBytes(const Bytes& png, size_t rowBytes, size_t height) {
-  Bytes idat, raw(height * (rowBytes + 1)), filters;
-  for (const samples::Chunk& chunk : samples::SplitChunks(png)) {
-    if (chunk.type == "IDAT") idat.insert(idat.end(), chunk.data.begin(), chunk.data.end());
+// SetHeader's Filter with libpng 1.6: 0 and any value above the flags leave libpng its own
+// choice, 1 to 4 turn filtering off, 5 to 7 are refused, and the flags 8 (none), 16 (sub), 32
+// (up), 64 (average) and 128 (Paeth) choose single filters; a sum lets libpng choose among them.
+TEST_F(WriterSequence, FilterValues) {
+  const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
+  const Bytes ownChoice = FilterBytes(samples::Encode(image));
+  ASSERT_EQ(ownChoice.size(), 16u);
+  ASSERT_NE(ownChoice, Bytes(16, ownChoice[0])) << "libpng's choice must tell rows apart";
+  enum Rows { kOwnChoice, kRefused, kFixed, kAmong };
+  const struct {
+    RBInteger filter;
+    Rows rows;
+    std::set<uint8_t> bytes;  // the one filter of every row, or those libpng chooses among
+  } kCases[] = {{-1, kOwnChoice, {}},
+                {0, kOwnChoice, {}},
+                {256, kOwnChoice, {}},
+                {1, kFixed, {0}},
+                {2, kFixed, {0}},
+                {3, kFixed, {0}},
+                {4, kFixed, {0}},
+                {5, kRefused, {}},
+                {7, kRefused, {}},
+                {8, kFixed, {0}},
+                {16, kFixed, {1}},
+                {32, kFixed, {2}},
+                {64, kFixed, {3}},
+                {128, kFixed, {4}},
+                {8 + 16, kAmong, {0, 1}},
+                {32 + 128, kAmong, {2, 4}},
+                {248, kAmong, {0, 1, 2, 3, 4}}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.filter);
+    Writer w;
+    LoadRows(w, image);
+    if (c.rows == kRefused) {
+      EXPECT_FALSE(w.Ok("SetHeader", {false, c.filter}));
+      EXPECT_EQ(w.errors.size(), 1u);
+      continue;
+    }
+    ASSERT_TRUE(w.Ok("SetHeader", {false, c.filter}));
+    const Bytes filters = FilterBytes(WriteStream(w));
+    ASSERT_EQ(filters.size(), 16u);
+    if (c.rows == kOwnChoice) {
+      EXPECT_EQ(filters, ownChoice);
+    } else if (c.rows == kFixed) {
+      EXPECT_EQ(filters, Bytes(16, *c.bytes.begin()));
+    } else {
+      for (uint8_t f : filters) EXPECT_TRUE(c.bytes.count(f)) << int{f};
+    }
   }
-  uLongf size = raw.size();
-  EXPECT_EQ(uncompress(raw.data(), &size, idat.data(), idat.size()), Z_OK);
-  for (size_t y = 0; y < height; ++y) filters.push_back(raw[y * (rowBytes + 1)]);
-  return filters;
 }
 
-TEST_F(WriterSequence, HeaderFilterAndCompression) {
+TEST_F(WriterSequence, CompressionLevelAndBpc) {
   const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
-  const auto write = [&](RBInteger filter, RBInteger level) {
+  const auto write = [&](RBInteger level) {
     return Stream(image, [&](Writer& w) {
       w.Set("bpc", 3);
-      EXPECT_TRUE(w.Ok("SetHeader", {false, filter, level}));
+      EXPECT_TRUE(w.Ok("SetHeader", {false, -1, level}));
     });
   };
-  const Bytes up = write(0x20, 9), stored = write(2, 0);
-  EXPECT_EQ(FilterBytes(up, 96, 16), Bytes(16, 2));
-  EXPECT_EQ(ReadWithLibpng(up).bitDepth, 8) << "bpc plays no part";
+  const Bytes best = write(9), stored = write(0);
+  EXPECT_EQ(ReadWithLibpng(best).bitDepth, 8) << "bpc plays no part";
   EXPECT_GT(stored.size(), 16u * 97) << "level 0 stores the rows";
-  EXPECT_LT(up.size(), stored.size());
+  EXPECT_LT(best.size(), stored.size());
   EXPECT_EQ(ReadWithLibpng(stored).rows, image.rows);
+}
+
+// A second WriteInfo would write every chunk after the header again, which makes a stream that
+// no decoder takes.
+TEST_F(WriterSequence, WriteInfoOnce) {
+  samples::Image image;
+  image.width = 2;
+  image.height = 1;
+  image.colorType = 3;
+  image.rows = {{0, 1}};
+  Writer w;
+  LoadRows(w, image);
+  ASSERT_TRUE(w.Ok("SetPaletteData", {Host().MakeColorArray({0x102030, 0x405060})}));
+  SetHeaderAndPalette(w);
+  ASSERT_TRUE(w.Ok("SetResolution", {72, 72, 2}));
+  ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
+  ASSERT_TRUE(w.Ok("WriteInfo"));
+  EXPECT_FALSE(w.Ok("WriteInfo"));
+  EXPECT_EQ(w.errors, std::vector<std::string>{"The header chunks are written already."});
+  ASSERT_TRUE(w.Ok("WriteRows"));
+  ASSERT_TRUE(w.Ok("WriteEnd"));
+  const Bytes png = w.Finish();
+  std::vector<std::string> types;
+  for (const samples::Chunk& chunk : samples::SplitChunks(png)) types.push_back(chunk.type);
+  EXPECT_EQ(types, std::vector<std::string>({"IHDR", "PLTE", "pHYs", "IDAT", "IEND"}));
+  EXPECT_EQ(ReadWithLibpng(png).rows, image.rows);
+}
+
+// Adam7: the first column and row of each pass and the steps between them.
+struct Pass {
+  uint32_t x, y, dx, dy;
+};
+constexpr Pass kAdam7[] = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
+                           {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
+
+// WriteRow on an interlaced header takes the rows of each pass in turn, each as long as the
+// pass's columns (in a block of at least one whole row); after the last pass the image is
+// complete.
+TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
+  const samples::Image image = samples::Pattern(5, 6, 8, 2, true);
+  Writer w;
+  Header(w, 5, 6, 2);
+  ASSERT_TRUE(w.Ok("SetHeader", {true}));
+  ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
+  ASSERT_TRUE(w.Ok("WriteInfo"));
+  size_t rows = 0;
+  for (const Pass& p : kAdam7) {
+    for (uint32_t y = p.y; y < image.height; y += p.dy) {
+      std::string block(15, '\0');
+      size_t at = 0;
+      for (uint32_t x = p.x; x < image.width; x += p.dx, at += 3) {
+        block.replace(at, 3, reinterpret_cast<const char*>(&image.rows[y][3 * x]), 3);
+      }
+      if (at == 0) continue;  // a pass without columns has no rows
+      w.Call("WriteRow", {Host().MemoryBlockFrom(block)});
+      ++rows;
+    }
+  }
+  EXPECT_EQ(rows, 12u);
+  EXPECT_TRUE(w.errors.empty());
+  w.Call("WriteRow", {Host().NewMemoryBlock(15)});
+  EXPECT_EQ(w.errors, std::vector<std::string>{"Every row of the image is written."});
+  ASSERT_TRUE(w.Ok("WriteEnd"));
+  const ReadBack back = ReadWithLibpng(w.Finish());
+  EXPECT_EQ(back.interlace, 1);
+  EXPECT_EQ(back.rows, image.rows);
 }
 
 // An ICC profile that libpng accepts for RGB images: a header and one tag of 200 bytes that do

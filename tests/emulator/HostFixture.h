@@ -15,7 +15,7 @@ Fn Entry(const char* name) {
 
 class HostTest : public ::testing::Test {
  protected:
-  void SetUp() override { Restart("desktop-2019.1"); }
+  void SetUp() override { Restart("linux-desktop-2019.1"); }
   void TearDown() override {
     const emu::AuditReport report = host.Audit();
     EXPECT_TRUE(report.Clean()) << report.Format();

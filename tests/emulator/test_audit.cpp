@@ -74,32 +74,32 @@ struct Fault {
 };
 
 const Fault kFaults[] = {
-    {"a string never given back", "desktop-2019.1", [](emu::Host&) { Build("kept"); },
+    {"a string never given back", "linux-desktop-2019.1", [](emu::Host&) { Build("kept"); },
      "live string"},
-    {"a string given back twice", "desktop-2019.1",
+    {"a string given back twice", "linux-desktop-2019.1",
      [](emu::Host&) {
        REALstring s = Build("twice");
        UnlockString(s);
        UnlockString(s);
      },
      "REALUnlockString: freed string"},
-    {"an object given back as a string", "desktop-2019.1",
+    {"an object given back as a string", "linux-desktop-2019.1",
      [](emu::Host& host) { UnlockString(host.NewMemoryBlock(1).As<REALstring>()); },
      "wrong entry point for a memory block"},
-    {"a pointer that is no handle", "desktop-2019.1",
+    {"a pointer that is no handle", "linux-desktop-2019.1",
      [](emu::Host&) {
        RBInteger local = 0;
        Entry<REALObjectProc>("REALUnlockObject")(reinterpret_cast<REALobject>(&local));
      },
      "unknown handle"},
-    {"string data never disposed", "desktop-2019.1",
+    {"string data never disposed", "linux-desktop-2019.1",
      [](emu::Host& host) {
        REALstringData d;
        Entry<PluginGetStringDataProc>("PluginGetStringData")(host.MakeString("x").AsString(),
                                                              kREALTextEncodingUTF16, &d);
      },
      "1 string data record(s) not disposed"},
-    {"string data disposed twice", "desktop-2019.1",
+    {"string data disposed twice", "linux-desktop-2019.1",
      [](emu::Host& host) {
        REALstringData d;
        Entry<PluginGetStringDataProc>("PluginGetStringData")(host.MakeString("x").AsString(),
@@ -110,59 +110,59 @@ const Fault kFaults[] = {
        dispose(&copy);
      },
      "already disposed"},
-    {"a created mask never given back", "desktop-2019.1",
+    {"a created mask never given back", "linux-desktop-2019.1",
      [](emu::Host&) {
        Entry<REALGetPictureMaskProc>("REALGetPictureMask")(Picture(1).As<REALpicture>(), 1);
      },
      "made by REALGetPictureMask"},
-    {"a graphics object never given back", "desktop-2019.1",
+    {"a graphics object never given back", "linux-desktop-2019.1",
      [](emu::Host&) {
        Entry<PictureGraphicsGetterProc>("pluginPictureGraphicsGetter")(
            Picture(1).As<REALpicture>());
      },
      "live graphics"},
-    {"a picture left locked", "desktop-2019.1",
-     [](emu::Host&) { Lock(NewPicture(1), pictureCGBitmapContext); }, "left locked"},
-    {"a picture freed while locked", "desktop-2019.1",
-     [](emu::Host&) { Lock(Picture(1).As<REALpicture>(), pictureCGBitmapContext); },
+    {"a picture left locked", "linux-desktop-2019.1",
+     [](emu::Host&) { Lock(NewPicture(1), pictureCairoContext); }, "left locked"},
+    {"a picture freed while locked", "linux-desktop-2019.1",
+     [](emu::Host&) { Lock(Picture(1).As<REALpicture>(), pictureCairoContext); },
      "freed with its description locked"},
-    {"an unlock without a lock", "desktop-2019.1",
+    {"an unlock without a lock", "linux-desktop-2019.1",
      [](emu::Host&) {
        Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(
            Picture(1).As<REALpicture>());
      },
      "description is not locked"},
-    {"a failed lock not ended on a host before 2012", "desktop-2011.5",
+    {"a failed lock not ended on a host before 2012", "linux-desktop-2011.5",
      [](emu::Host&) { EXPECT_FALSE(Lock(NewPicture(1), pictureGDPtr)); }, "left locked"},
-    {"a mask of another size", "desktop-2019.1",
+    {"a mask of another size", "linux-desktop-2019.1",
      [](emu::Host&) { SetMask(Picture(2), Picture(3)); },
      "the mask must be another picture of the picture's size"},
-    {"a mask on a picture with alpha channel", "desktop-2019.1",
+    {"a mask on a picture with alpha channel", "linux-desktop-2019.1",
      [](emu::Host& host) {
        emu::PictureOptions alpha;
        alpha.alphaChannel = true;
        SetMask(host.MakePicture(1, 1, std::string(4, '\0'), alpha), Picture(1));
      },
      "takes no mask"},
-    {"an entry point no host serves", "desktop-2019.1",
+    {"an entry point no host serves", "linux-desktop-2019.1",
      [](emu::Host&) { EXPECT_EQ(Entry<void*>("REALGetClassData"), nullptr); },
      "no host serves \"REALGetClassData\""},
-    {"an event asked of an object of another class", "desktop-2019.1",
+    {"an event asked of an object of another class", "linux-desktop-2019.1",
      [](emu::Host& host) {
        emu::Value other = New(host, gOther);
        Entry<GetEventInstanceProc>("GetEventInstance")(other.AsObject(), gEvents[0].forSystemUse);
      },
      "Other has no event Changed()"},
-    {"an event asked by its record's address", "desktop-2019.1",
+    {"an event asked by its record's address", "linux-desktop-2019.1",
      [](emu::Host& host) {
        emu::Value probe = New(host, gProbe);
        Entry<GetEventInstanceProc>("GetEventInstance")(probe.AsObject(),
                                                        reinterpret_cast<RBInteger>(&gEvents[0]));
      },
      "is no event word this host issued"},
-    {"an array asked for as another kind", "desktop-2019.1",
+    {"an array asked for as another kind", "linux-desktop-2019.1",
      [](emu::Host& host) { ColorGetProc(host.MakeIntegerArray({1})); }, "asked for an array of"},
-    {"an array element past the end", "desktop-2019.1",
+    {"an array element past the end", "linux-desktop-2019.1",
      [](emu::Host& host) {
        emu::Value colors = host.MakeColorArray({1});
        reinterpret_cast<REALColorArrayGetter>(ColorGetProc(colors))(colors.As<REALarray>(), 1);
@@ -178,7 +178,7 @@ TEST_F(HostTest, AuditReportsEveryFault) {
     const std::string report = host.Audit().Format();
     EXPECT_NE(report.find(fault.reported), std::string::npos) << report;
   }
-  Restart("desktop-2019.1");  // drops what the faults left behind
+  Restart("linux-desktop-2019.1");  // drops what the faults left behind
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The picture stores against the documented layouts. The end-to-end suite makes and reads pictures
 // through these same stores, so a store that got a layout wrong both ways would pass there.
+#include <cairo.h>
 #include <dlfcn.h>
 
 #include "tests/emulator/HostFixture.h"
@@ -22,29 +23,34 @@ std::string Bytes(std::initializer_list<Px> pixels) {
 
 struct Stored {
   const char* profile;
-  int alphaInfo;  // desktop hosts only
+  int alphaInfo;  // macOS desktop hosts only
   bool alphaChannel;
-  int format;     // as stored
-  size_t colour;  // where the stored bytes below start in a pixel
+  int format;          // as stored
+  RBInteger rowBytes;  // with 3 bytes of padding asked for
+  size_t colour;       // where the stored bytes below start in a pixel
   std::string raw;
   Px back;  // what reading the picture gives
 };
 
 // One pixel of colour 200, 100, 50 at alpha 128, stored premultiplied (rounded to 100, 50, 25,
-// read back as 199, 100, 50) or not, in 7-bit gd alpha (63, read back as 129) on gd images.
+// read back as 199, 100, 50) or not, in 7-bit gd alpha (63, read back as 129) on gd images. cairo
+// keeps rows of whole words and the words in host byte order (this machine's is little-endian);
+// the ignored top byte of RGB24 carries the marker.
 const Stored kStores[] = {
-    {"desktop-2019.1", 1, true, 1, 0, "\x64\x32\x19\x80", {199, 100, 50, 128}},
-    {"desktop-2019.1", 2, true, 2, 0, "\x80\x64\x32\x19", {199, 100, 50, 128}},
-    {"desktop-2019.1", 3, true, 3, 0, "\xC8\x64\x32\x80", {200, 100, 50, 128}},
-    {"desktop-2019.1", 4, true, 4, 0, "\x80\xC8\x64\x32", {200, 100, 50, 128}},
-    {"desktop-2019.1", 5, true, 1, 0, "\x64\x32\x19\x80", {199, 100, 50, 128}},
-    {"desktop-2019.1", 6, true, 2, 0, "\x80\x64\x32\x19", {199, 100, 50, 128}},
-    {"desktop-2019.1", 1, false, 1, 0, "\xC8\x64\x32\xFF", {200, 100, 50, 255}},
-    {"desktop-2019.1", 5, false, 5, 0, "\xC8\x64\x32", {200, 100, 50, 255}},
-    {"desktop-2019.1", 6, false, 6, 1, "\xC8\x64\x32", {200, 100, 50, 255}},
-    {"console-2019.1", 0, true, 8, 0, "\x32\x64\xC8\x3F", {200, 100, 50, 129}},
-    {"web-2019.1", 0, true, 8, 0, "\x32\x64\xC8\x3F", {200, 100, 50, 129}},
-    {"console-2019.1", 0, false, 8, 0, "\x32\x64\xC8\x00"s, {200, 100, 50, 255}},
+    {"linux-desktop-2019.1", 0, true, 9, 8, 0, "\x19\x32\x64\x80", {199, 100, 50, 128}},
+    {"linux-desktop-2019.1", 0, false, 10, 8, 0, "\x32\x64\xC8\xA5", {200, 100, 50, 255}},
+    {"mac-desktop-2019.1", 1, true, 1, 7, 0, "\x64\x32\x19\x80", {199, 100, 50, 128}},
+    {"mac-desktop-2019.1", 2, true, 2, 7, 0, "\x80\x64\x32\x19", {199, 100, 50, 128}},
+    {"mac-desktop-2019.1", 3, true, 3, 7, 0, "\xC8\x64\x32\x80", {200, 100, 50, 128}},
+    {"mac-desktop-2019.1", 4, true, 4, 7, 0, "\x80\xC8\x64\x32", {200, 100, 50, 128}},
+    {"mac-desktop-2019.1", 5, true, 1, 7, 0, "\x64\x32\x19\x80", {199, 100, 50, 128}},
+    {"mac-desktop-2019.1", 6, true, 2, 7, 0, "\x80\x64\x32\x19", {199, 100, 50, 128}},
+    {"mac-desktop-2019.1", 1, false, 1, 7, 0, "\xC8\x64\x32\xFF", {200, 100, 50, 255}},
+    {"mac-desktop-2019.1", 5, false, 5, 7, 0, "\xC8\x64\x32", {200, 100, 50, 255}},
+    {"mac-desktop-2019.1", 6, false, 6, 7, 1, "\xC8\x64\x32", {200, 100, 50, 255}},
+    {"console-2019.1", 0, true, 8, 4, 0, "\x32\x64\xC8\x3F", {200, 100, 50, 129}},
+    {"web-2019.1", 0, true, 8, 4, 0, "\x32\x64\xC8\x3F", {200, 100, 50, 129}},
+    {"console-2019.1", 0, false, 8, 4, 0, "\x32\x64\xC8\x00"s, {200, 100, 50, 255}},
 };
 
 TEST_F(HostTest, PicturesAreStoredInTheLayoutOfTheirFormat) {
@@ -53,20 +59,19 @@ TEST_F(HostTest, PicturesAreStoredInTheLayoutOfTheirFormat) {
     SCOPED_TRACE(std::string(s.profile) + " alpha info " + std::to_string(s.alphaInfo) +
                  (s.alphaChannel ? " with alpha" : ""));
     Restart(s.profile);
-    const bool desktop = s.alphaInfo != 0;
-    if (desktop) host.SetPictureFormat(s.alphaInfo, 3);  // odd padding: rows start anywhere
+    const bool desktop = host.CurrentProfile().app == emu::AppKind::Desktop;
+    // Odd padding: bitmap context rows start anywhere.
+    if (desktop) host.SetPictureFormat(s.alphaInfo != 0 ? s.alphaInfo : 2, 3);
     emu::PictureOptions options;
     options.alphaChannel = s.alphaChannel;
     emu::Value pic = host.MakePicture(1, 2, Bytes({in, in}), options);
     const emu::PictureRaw raw = host.RawPicture(pic);
     EXPECT_EQ(raw.format, s.format);
-    ASSERT_EQ(raw.rowBytes, desktop ? 7 : 4);
+    ASSERT_EQ(raw.rowBytes, s.rowBytes);
     for (size_t row = 0; row < 2; ++row) {
       EXPECT_EQ(raw.bytes.substr(row * raw.rowBytes + s.colour, s.raw.size()), s.raw) << row;
     }
-    if (desktop) {
-      EXPECT_EQ(raw.bytes.substr(4, 3), "\xA5\xA5\xA5");
-    }
+    EXPECT_EQ(raw.bytes.substr(4, s.rowBytes - 4), std::string(s.rowBytes - 4, '\xA5'));
     EXPECT_EQ(host.PictureRgba(pic), Bytes({s.back, s.back}));
   }
 }
@@ -76,7 +81,7 @@ TEST_F(HostTest, MaskGreyIsTransparencyBlackOpaque) {
   masked.mask = emu::MaskSource::Grey;
   masked.maskGrey = "\x00\x80\xFF"s;
   const Px c{10, 20, 30, 255};
-  for (const char* profile : {"desktop-2019.1", "console-2019.1"}) {
+  for (const char* profile : {"linux-desktop-2019.1", "mac-desktop-2019.1", "console-2019.1"}) {
     SCOPED_TRACE(profile);
     Restart(profile);
     emu::Value pic = host.MakePicture(3, 1, Bytes({c, c, c}), masked);
@@ -93,8 +98,67 @@ R Query(const char* name, void* context) {
   return fn != nullptr ? fn(context) : R{};
 }
 
+// Each host describes its pictures as its own type only: 12 cairo context, 8 bitmap context, 10
+// gd image.
+TEST_F(HostTest, PicturesAreDescribedAsTheHostsOwnType) {
+  const std::pair<const char*, uint32_t> kOwnType[] = {
+      {"linux-desktop-2019.1", 12}, {"mac-desktop-2019.1", 8}, {"console-2019.1", 10}};
+  for (const auto& [profile, own] : kOwnType) {
+    Restart(profile);
+    emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(2, 2, 32));
+    for (uint32_t type : {8u, 10u, 12u}) {
+      REALpictureDescription desc{};
+      const bool locked = Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
+          pic.As<REALpicture>(), &desc, type);
+      EXPECT_EQ(locked, type == own) << profile << " type " << type;
+      if (locked)
+        Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(pic.As<REALpicture>());
+    }
+  }
+}
+
+template <typename Fn>
+Fn CairoFunction(const char* name) {
+  auto fn = reinterpret_cast<Fn>(dlsym(RTLD_DEFAULT, name));
+  EXPECT_NE(fn, nullptr) << name;
+  return fn;
+}
+
+// A Linux desktop host locks a picture as a cairo context on the picture's own image surface,
+// made for the lock and given up at its unlock.
+TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
+  emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(5, 3, 32));
+  REALpictureDescription desc{};
+  ASSERT_TRUE(Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
+      pic.As<REALpicture>(), &desc, pictureCairoContext));
+  auto* context = static_cast<cairo_t*>(desc.pictureData);
+  CairoFunction<decltype(&cairo_reference)>("cairo_reference")(context);
+  cairo_surface_t* surface =
+      CairoFunction<decltype(&cairo_get_target)>("cairo_get_target")(context);
+  EXPECT_EQ(CairoFunction<decltype(&cairo_surface_get_type)>("cairo_surface_get_type")(surface),
+            CAIRO_SURFACE_TYPE_IMAGE);
+  EXPECT_EQ(CairoFunction<decltype(&cairo_image_surface_get_format)>(
+                "cairo_image_surface_get_format")(surface),
+            CAIRO_FORMAT_RGB24);
+  EXPECT_EQ(CairoFunction<decltype(&cairo_image_surface_get_stride)>(
+                "cairo_image_surface_get_stride")(surface),
+            20);
+  CairoFunction<decltype(&cairo_surface_flush)>("cairo_surface_flush")(surface);
+  unsigned char* data = CairoFunction<decltype(&cairo_image_surface_get_data)>(
+      "cairo_image_surface_get_data")(surface);
+  data[20 + 4 + 2] = 0x11;  // the red byte of pixel (1, 1), the word 0x..RRGGBB little-endian
+  CairoFunction<decltype(&cairo_surface_mark_dirty)>("cairo_surface_mark_dirty")(surface);
+  Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(pic.As<REALpicture>());
+  EXPECT_EQ(uint8_t(host.PictureRgba(pic)[4 * (5 + 1)]), 0x11);
+  EXPECT_EQ(
+      CairoFunction<decltype(&cairo_get_reference_count)>("cairo_get_reference_count")(context), 1u)
+      << "the host gave its context up";
+  CairoFunction<decltype(&cairo_destroy)>("cairo_destroy")(context);
+}
+
 // The plug-in finds the bitmap context queries in the process, not through the resolver.
 TEST_F(HostTest, ContextQueriesAnswerForLiveContextsOnly) {
+  Restart("mac-desktop-2019.1");
   host.SetPictureFormat(4, 8);
   emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(5, 3, 32));
   REALpictureDescription desc{};

@@ -1,63 +1,21 @@
-// The host runtime layer against the emulator's entry points: resolver slots, text in every
-// encoding and host version, and exceptions with their messages.
+// The host runtime layer against the emulator's entry points: text in every encoding and host
+// version, and exceptions with their messages.
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include <map>
+#include <functional>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 #include "emulator/Emulator.h"
 #include "host/Exceptions.h"
 #include "host/HostRuntime.h"
 #include "host/Text.h"
+#include "tests/unit/HostResolver.h"
 
 namespace {
-
-// ---------------------------------------------------------------------------------------------
-// Cache slots, against a resolver that counts what it is asked.
-// ---------------------------------------------------------------------------------------------
-
-std::map<std::string, int> asked;
-std::map<std::string, void*> offered;
-
-void* CountingResolver(const char* name) {
-  ++asked[name];
-  auto it = offered.find(name);
-  return it == offered.end() ? nullptr : it->second;
-}
-
-void Entry() {}
-
-class Slots : public ::testing::Test {
- protected:
-  void SetUp() override {
-    asked.clear();
-    offered.clear();
-    gResolver = CountingResolver;
-  }
-  void TearDown() override { gResolver = nullptr; }
-};
-
-TEST_F(Slots, OnceSlotKeepsAMissingEntryMissing) {
-  hostrt::OnceSlot<REALproc> slot;
-  EXPECT_EQ(slot.Get("Late"), nullptr);
-  offered["Late"] = reinterpret_cast<void*>(Entry);
-  EXPECT_EQ(slot.Get("Late"), nullptr);
-  EXPECT_EQ(asked["Late"], 1);
-}
-
-TEST_F(Slots, RetrySlotAsksUntilFoundThenKeepsTheAnswer) {
-  hostrt::RetrySlot<REALproc> slot;
-  EXPECT_EQ(slot.Get("First", "Second"), nullptr);
-  EXPECT_EQ(slot.Get("First", "Second"), nullptr);
-  EXPECT_EQ(asked["First"], 2);
-  EXPECT_EQ(asked["Second"], 2);
-  offered["Second"] = reinterpret_cast<void*>(Entry);
-  EXPECT_EQ(slot.Get("First", "Second"), &Entry);
-  EXPECT_EQ(slot.Get("First", "Second"), &Entry);
-  EXPECT_EQ(asked["First"], 3);
-  EXPECT_EQ(asked["Second"], 3);
-}
 
 // ---------------------------------------------------------------------------------------------
 // Text and exceptions, with the emulator as the host.
@@ -80,7 +38,7 @@ class HostText : public ::testing::Test {
     profile.version = version;
     if (host().Started()) host().Shutdown();
     host().Start(profile);
-    gResolver = emu::Host::Resolver();
+    gResolver = unittest::Resolver();
     rbversion = version;
   }
   static emu::Host& host() { return emu::Host::Instance(); }
@@ -208,6 +166,36 @@ TEST_F(HostText, ExceptionsCarryTheirMessage) {
   EXPECT_EQ(host().LastException()->message,
             "Parameter index  is too big. Range is 0 to 9, but value is 12.");
   host().ClearLastException();
+}
+
+// Exceptions thrown while a string is built come to user code as host exceptions, and no string
+// comes back.
+TEST_F(HostText, ExceptionsInsideTheBuilderBecomeHostExceptions) {
+  const struct {
+    std::function<void()> fault;
+    const char* className;
+    const char* message;
+  } kCases[] = {
+      {[] { throw std::bad_alloc(); }, "OutOfMemoryException", "Failed to allocate memory."},
+      {[] { throw std::range_error("range"); }, "OutOfBoundsException", "range"},
+      {[] { throw std::out_of_range("index"); }, "OutOfBoundsException", "index"},
+      {[] { throw std::overflow_error("over"); }, "OutOfBoundsException", "over"},
+      {[] { throw std::underflow_error("under"); }, "OutOfBoundsException", "under"},
+      {[] { throw std::invalid_argument("argument"); }, "RuntimeException", "argument"},
+      {[] { throw std::runtime_error("runtime"); }, "RuntimeException", "runtime"},
+      {[] { throw std::bad_cast(); }, "IllegalCastException", "std::bad_cast"},
+      {[] { throw std::bad_typeid(); }, "RuntimeException", "std::bad_typeid"},
+      {[] { throw 42; }, "RuntimeException", "Sorry, but there was an unnamed C++ Exception."},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.message);
+    unittest::ArmBuildFault(c.fault);
+    EXPECT_EQ(REALBuildUnicodeString("text", 4, kREALTextEncodingUTF8), nullptr);
+    ASSERT_TRUE(host().LastException());
+    EXPECT_EQ(host().LastException()->className, c.className);
+    EXPECT_EQ(host().LastException()->message, c.message);
+    host().ClearLastException();
+  }
 }
 
 }  // namespace

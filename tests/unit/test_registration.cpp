@@ -1,9 +1,7 @@
 // The pieces of registration that the end-to-end registry test cannot observe through a host:
 // version thresholds between the emulated profiles, flag rewriting at its boundaries, record
-// rounding, declaration rewrites the plug-in's own tables never need, and the older-layout copy's
-// event host words.
+// rounding, and declaration rewrites the plug-in's own tables never need.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <cmath>
@@ -79,37 +77,6 @@ TEST(ExtensionDeclaration, ResultsThatOverflowTheBufferFail) {
   EXPECT_EQ(Rewritten(fits.c_str(), true), "<failed>");
 }
 
-// The older layout is a copy; the plug-in's event handlers find the host's word for an event
-// through the source table, so each source event must point at its copy.
-TEST(OlderLayout, SourceEventsPointAtTheirCopies) {
-  REALevent events[2] = {{"Error(msg as string)", 0, 0, nullptr},
-                         {"Warning(msg as string)", 0, 0, nullptr}};
-  REALmethodDefinition methods[1] = {{nullptr, nullptr, "M", 4, 0, nullptr}};
-  REALclassDefinition def{};
-  def.version = kTableVersion;
-  def.name = "C";
-  def.dataSize = 48;
-  def.events = events;
-  def.eventCount = 2;
-  def.methods = methods;
-  def.methodCount = 1;
-
-  REALclassDefinition9* copy = FixClass(def);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->dataSize, 48u);
-  ASSERT_EQ(copy->eventCount, 2u);
-  ASSERT_EQ(copy->methodCount, 1u);
-  EXPECT_STREQ(copy->methods[0].declaration, "M");
-  EXPECT_EQ(copy->properties, nullptr);
-  for (size_t i = 0; i < 2; ++i) {
-    EXPECT_STREQ(copy->events[i].declaration, events[i].declaration);
-    EXPECT_EQ(events[i].forSystemUse, reinterpret_cast<RBInteger>(&copy->events[i])) << i;
-  }
-  free(copy->events);
-  free(copy->methods);
-  free(copy);
-}
-
 // Extension methods with a setter become two module methods, setter first; the plug-in's own
 // folder item extension has none, so no host profile sees this.
 std::vector<REALmoduleDefinition*>& Modules() {
@@ -136,7 +103,7 @@ void Handler() {
 TEST(ExtensionModule, SettersComeBeforeTheirGetters) {
   gResolver = ModuleResolver;
   rbversion = 2013.0;
-  gControlVersion = ControlVersionFor(rbversion);
+  gControlVersion = 11;
   REALmethodDefinition methods[] = {
       {Handler<1>, nullptr, "Open(gamma as single) as boolean", 4, 0, nullptr},
       {Handler<2>, Handler<3>, "Name as string", 0, 0, nullptr}};

@@ -71,7 +71,7 @@ const std::vector<Command>& Commands() {
        Save,
        {{"--mask", 0}, {"--interlace", 0}, {"--file", 0}, {"--8bit", 0}, {"--alphas", 0}},
        true},
-      {"cgbi", 2, {"--gamma"}, CgBI, {}, true},
+      {"cgbi", 2, {"--gamma", "--to-png"}, CgBI, {{"--to-png", 0}}, true},
       {"registry", 0, {}, Registry},
   };
   return commands;

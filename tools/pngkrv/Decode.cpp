@@ -1,6 +1,7 @@
 // pngkrv decode and cgbi: a PNG file into a host picture and mask, written as PAM with alpha =
 // 255 − the mask sample (255 where there is no mask). decode goes through a PNGReaderKRV or one
-// of the one-call openers; cgbi opens CgBI data with OpenSpecialData.
+// of the one-call openers; cgbi opens CgBI data with OpenSpecialData, or with --to-png converts
+// it into a standard PNG file with CgBIToPNGStringKRV.
 #include <map>
 
 #include "tools/pngkrv/Commands.h"
@@ -76,6 +77,14 @@ Decoder DecoderFor(const std::string& via) {
   return it->second;
 }
 
+// The CgBI file converted into a standard PNG file.
+void CgBIToPNG(Session& session, const std::string& path, const std::string& out) {
+  const std::string png =
+      session.CallGlobal("CgBIToPNGStringKRV", {FileBytes(session, path)}).Bytes();
+  if (png.empty()) throw Failure{path + ": not CgBI data that converts"};
+  WriteOutputFile(out, samples::Bytes(png.begin(), png.end()));
+}
+
 }  // namespace
 
 int Decode(Session& session, const Options& options) {
@@ -88,6 +97,11 @@ int Decode(Session& session, const Options& options) {
 
 int CgBI(Session& session, const Options& options) {
   const std::string& path = options.positional[0];
+  if (options.Has("--to-png")) {
+    if (options.Has("--gamma")) throw UsageError{"--to-png takes no --gamma"};
+    CgBIToPNG(session, path, options.positional[1]);
+    return 0;
+  }
   emu::Value reader = session.NewReader();
   if (!session.CallBool(reader, kOpenSpecialData, {FileBytes(session, path)})) {
     throw Failure{path + ": not CgBI data that converts"};

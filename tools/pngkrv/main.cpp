@@ -1,4 +1,5 @@
 // pngkrv: the PNG plug-in run inside the host emulator, as Xojo user code would run it.
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -23,6 +24,8 @@ constexpr char kUsage[] =
     "  save --8bit [--alphas] [--gamma G] [--interlace] [--filter F] IN OUT.png\n"
     "                                 a PAM or PNG file written in one call\n"
     "  cgbi [--gamma G] IN.png OUT.pam  CgBI data opened with OpenSpecialData, to PAM\n"
+    "  cgbi --to-png IN.png OUT.png     CgBI data from an iOS app converted with\n"
+    "                                 CgBIToPNGStringKRV into a standard PNG file\n"
     "  registry                       every class, module and method the plug-in registered\n"
     "  demo [--examples DIR] [--out DIR]\n"
     "                                 make example PNGs, decode and save each again\n"
@@ -35,9 +38,19 @@ int Usage(const std::string& problem) {
   return 2;
 }
 
+// What a profile keeps its pictures in.
+const char* PictureStorage(const emu::Profile& p) {
+  if (p.app != emu::AppKind::Desktop) return "gd images";
+  return p.platform == emu::Platform::Linux ? "cairo image surfaces"
+                                            : "bitmap contexts (the macOS stand-in)";
+}
+
 void PrintHelp() {
-  std::cout << kUsage << "\nhost profiles (default desktop-2019.1):\n";
-  for (const emu::Profile& p : emu::BuiltInProfiles()) std::cout << "  " << p.name << "\n";
+  std::cout << kUsage << "\nhost profiles (default linux-desktop-2019.1) and their pictures:\n";
+  for (const emu::Profile& p : emu::BuiltInProfiles()) {
+    std::cout << "  " << p.name << std::string(34 - std::min<size_t>(p.name.size(), 33), ' ')
+              << PictureStorage(p) << "\n";
+  }
 }
 
 std::optional<double> ParseNumber(const std::string& text) {
@@ -87,7 +100,7 @@ bool TakeOptions(std::vector<std::string>& args, const cli::Command& command, cl
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   cli::Options options;
-  options.profile = emu::FindProfile("desktop-2019.1");
+  options.profile = emu::FindProfile("linux-desktop-2019.1");
   options.pluginPath = PNGKRV_PLUGIN_PATH;
   while (!args.empty() && args[0].rfind("--", 0) == 0) {
     if (args[0] == "--help") {

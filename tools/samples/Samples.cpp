@@ -77,6 +77,7 @@ bool EncodeInto(const Image& image, png_bytepp rows, Sink* sink) {
                image.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   SetChunks(png, info, image);
+  if (image.filters != 0) png_set_filter(png, PNG_FILTER_TYPE_BASE, image.filters);
   png_write_info(png, info);
   png_write_image(png, rows);
   png_write_end(png, info);
@@ -239,18 +240,22 @@ void AppendBigEndian(Bytes& out, uint32_t v) {
   for (int i = 3; i >= 0; --i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-// The zlib stream's content as raw deflate, split into `parts` pieces.
-std::vector<Bytes> RawDeflate(const Bytes& zlibStream, int parts) {
+Bytes Inflate(const Bytes& zlibStream) {
   Bytes inflated(1 << 24);
   uLongf size = inflated.size();
   if (uncompress(inflated.data(), &size, zlibStream.data(), zlibStream.size()) != Z_OK) {
     throw std::runtime_error("the image data does not inflate");
   }
+  inflated.resize(size);
+  return inflated;
+}
+
+std::vector<Bytes> RawDeflate(const Bytes& data, int parts, int strategy) {
   z_stream z = {};
-  deflateInit2(&z, 9, Z_DEFLATED, -15, 8, parts > 1 ? Z_HUFFMAN_ONLY : Z_DEFAULT_STRATEGY);
-  Bytes raw(compressBound(size) + 64);
-  z.next_in = inflated.data();
-  z.avail_in = static_cast<uInt>(size);
+  deflateInit2(&z, 9, Z_DEFLATED, -15, 8, strategy);
+  Bytes raw(compressBound(data.size()) + 64);
+  z.next_in = const_cast<Bytef*>(data.data());
+  z.avail_in = static_cast<uInt>(data.size());
   z.next_out = raw.data();
   z.avail_out = static_cast<uInt>(raw.size());
   deflate(&z, Z_FINISH);
@@ -262,6 +267,18 @@ std::vector<Bytes> RawDeflate(const Bytes& zlibStream, int parts) {
     split.emplace_back(raw.begin() + at, raw.begin() + std::min(raw.size(), at + step));
   }
   return split;
+}
+
+Bytes ImageData(const std::vector<Chunk>& chunks) {
+  Bytes zlibStream;
+  for (const Chunk& c : chunks) {
+    if (c.type == "IDAT") zlibStream.insert(zlibStream.end(), c.data.begin(), c.data.end());
+  }
+  return zlibStream;
+}
+
+uint8_t Premultiplied(uint8_t colour, uint8_t alpha) {
+  return static_cast<uint8_t>((colour * alpha + 127) / 255);
 }
 
 }  // namespace
@@ -305,20 +322,52 @@ Bytes JoinChunks(const std::vector<Chunk>& chunks) {
 
 Bytes CgBIStream(const Image& image, int parts, int total, bool end) {
   const std::vector<Chunk> png = SplitChunks(Encode(image));
-  Bytes zlibStream;
-  for (const Chunk& c : png) {
-    if (c.type == "IDAT") zlibStream.insert(zlibStream.end(), c.data.begin(), c.data.end());
-  }
+  const Bytes filtered = Inflate(ImageData(png));
   std::vector<Chunk> out = {MakeChunk("CgBI", {0x50, 0x00, 0x20, 0x06})};
   for (const Chunk& c : png) {
     if (c.type != "IDAT" && c.type != "IEND") out.push_back(c);
     if (c.type != "IDAT" || out.back().type == "IDAT") continue;
-    for (Bytes& part : RawDeflate(zlibStream, parts)) out.push_back(MakeChunk("IDAT", part));
+    const int strategy = parts > 1 ? Z_HUFFMAN_ONLY : Z_DEFAULT_STRATEGY;
+    for (Bytes& part : RawDeflate(filtered, parts, strategy)) {
+      out.push_back(MakeChunk("IDAT", part));
+    }
   }
   for (int i = static_cast<int>(out.size()); i < total; ++i) {
     out.push_back(MakeChunk("tEXt", {'k', 0, static_cast<uint8_t>('a' + i % 26)}));
   }
   if (end) out.push_back(MakeChunk("IEND", {}));
+  return JoinChunks(out);
+}
+
+std::vector<Bytes> RawDeflate(const Bytes& data, int parts) {
+  return RawDeflate(data, parts, Z_DEFAULT_STRATEGY);
+}
+
+Image CgBIPixels(const Image& image) {
+  Image stored = image;
+  const size_t channels = static_cast<size_t>(Channels(image.colorType));
+  for (Bytes& row : stored.rows) {
+    for (size_t i = 0; i + channels <= row.size(); i += channels) {
+      std::swap(row[i], row[i + 2]);
+      if (channels < 4) continue;
+      for (size_t c = 0; c < 3; ++c) row[i + c] = Premultiplied(row[i + c], row[i + 3]);
+    }
+  }
+  return stored;
+}
+
+Bytes CgBIFile(const Image& stored, int parts, const std::vector<Chunk>& extra) {
+  const std::vector<Chunk> png = SplitChunks(Encode(stored));
+  std::vector<Chunk> out = {MakeChunk("CgBI", {0x50, 0x00, 0x20, 0x02})};
+  for (const Chunk& c : png) {
+    if (c.type == "IDAT") break;
+    out.push_back(c);
+  }
+  out.insert(out.end(), extra.begin(), extra.end());
+  for (Bytes& part : RawDeflate(Inflate(ImageData(png)), parts)) {
+    out.push_back(MakeChunk("IDAT", part));
+  }
+  out.push_back(MakeChunk("IEND", {}));
   return JoinChunks(out);
 }
 

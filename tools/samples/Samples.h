@@ -29,6 +29,7 @@ struct Image {
   std::vector<uint8_t> palette;  // RGB triples, colour type 3
   Bytes transparency;            // tRNS: alphas (palette) or one 16-bit value per channel
   Chunks chunks;
+  int filters = 0;  // libpng's filter mask (PNG_FILTER_NONE ... PNG_ALL_FILTERS); 0: its choice
 };
 
 // Samples per pixel of a PNG colour type.
@@ -64,6 +65,17 @@ Bytes JoinChunks(const std::vector<Chunk>& chunks);
 // chunks, then text chunks up to `total` chunks, and IEND when asked. Split data is coded
 // without back-references, since it is inflated chunk by chunk through a 256-byte window.
 Bytes CgBIStream(const Image& image, int parts, int total, bool end);
+
+// An 8-bit RGBA or RGB image with its pixels as Apple's iOS tool stores them: blue, green, red
+// (alpha), colour premultiplied by alpha (rounded).
+Image CgBIPixels(const Image& image);
+// CgBI data as Apple's iOS tool writes it, of an image whose rows are stored as they are: a
+// "CgBI" chunk, the chunks libpng writes before the image data, `extra`, the image data as one
+// raw deflate stream (32 KiB window, back-references across the pieces) split over `parts` IDAT
+// chunks, and an empty IEND.
+Bytes CgBIFile(const Image& stored, int parts, const std::vector<Chunk>& extra);
+// Raw deflate (no zlib wrapper, 32 KiB window) of `data`, split into `parts` pieces.
+std::vector<Bytes> RawDeflate(const Bytes& data, int parts);
 
 Bytes ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const Bytes& bytes);

@@ -1,0 +1,7 @@
+# Linux ARM (32-bit, hard float): Debian's armhf cross compiler and the armhf libraries; programs
+# run under qemu.
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(PNGKRV_CROSS_PREFIX arm-linux-gnueabihf)
+set(PNGKRV_MULTIARCH arm-linux-gnueabihf)
+set(PNGKRV_QEMU qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)

@@ -1,0 +1,175 @@
+// "CgBIToPNGStringKRV" on CgBI files made the way Apple's iOS tool makes them (premultiplied
+// blue-green-red-alpha pixels, one raw deflate stream over several IDAT chunks, an empty IEND):
+// the standard PNG stream it returns decodes, with libspng and with the plug-in's own reader, to
+// the original pixels; data it can't convert gives "".
+#include <png.h>
+#include <stdlib.h>
+
+#include "tests/e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+using samples::Bytes;
+using samples::Chunk;
+
+// Known pixels whose colour survives premultiplication to within ±1: alpha 0, 255 or from 128
+// up over any colour; lower alphas only over black and white, which survive exactly.
+samples::Image Translucent(uint32_t width, uint32_t height, int colorType, bool interlaced) {
+  samples::Image image = samples::Pattern(width, height, 8, colorType, interlaced);
+  if (colorType != PNG_COLOR_TYPE_RGB_ALPHA) return image;
+  const uint8_t alphas[] = {255, 0, 128, 200, 254, 77, 1, 255, 160, 129, 33};
+  for (uint32_t y = 0; y < height; ++y) {
+    for (uint32_t x = 0; x < width; ++x) {
+      uint8_t* p = &image.rows[y][4 * x];
+      p[3] = alphas[(x + 3 * y) % std::size(alphas)];
+      if (p[3] == 0 || p[3] >= 128) continue;
+      for (int c = 0; c < 3; ++c) p[c] = p[c] < 128 ? 0 : 255;
+    }
+  }
+  return image;
+}
+
+// The converted stream: a string with no encoding, or nil ("").
+Bytes Convert(const Bytes& data) {
+  const emu::Value png = Host().CallGlobal("CgBIToPNGStringKRV", {Str(data)});
+  EXPECT_FALSE(Host().LastException());
+  if (!png.IsNil()) {
+    EXPECT_EQ(png.Encoding(), kREALTextEncodingUnknown);
+  }
+  const std::string bytes = png.Bytes();
+  return Bytes(bytes.begin(), bytes.end());
+}
+
+std::vector<std::string> ChunkTypes(const Bytes& png) {
+  std::vector<std::string> types;
+  for (const Chunk& c : samples::SplitChunks(png)) types.push_back(c.type);
+  return types;
+}
+
+// Alpha exact; colour exact where opaque, 0 where transparent, within ±1 in between.
+void ExpectOriginal(const Bytes& got, const Bytes& original, const char* decoder) {
+  ASSERT_EQ(got.size(), original.size()) << decoder;
+  int reported = 0;
+  for (size_t i = 0; i < original.size() && reported < 5; i += 4) {
+    const int alpha = original[i + 3];
+    const int slack = alpha == 0 || alpha == 255 ? 0 : 1;
+    bool same = got[i + 3] == alpha;
+    for (size_t c = 0; c < 3; ++c) {
+      const int expected = alpha == 0 ? 0 : original[i + c];
+      same = same && abs(got[i + c] - expected) <= slack;
+    }
+    if (same) continue;
+    ++reported;
+    ADD_FAILURE() << decoder << ": pixel " << i / 4 << " is " << int{got[i]} << ","
+                  << int{got[i + 1]} << "," << int{got[i + 2]} << "," << int{got[i + 3]} << ", was "
+                  << int{original[i]} << "," << int{original[i + 1]} << "," << int{original[i + 2]}
+                  << "," << alpha;
+  }
+}
+
+struct Case {
+  const char* what;
+  uint32_t width;
+  uint32_t height;
+  int colorType;
+  bool interlaced;
+  int filters;  // the filters the rows were stored with
+  int parts;    // IDAT chunks
+};
+
+const Case kCases[] = {
+    {"filter None, one IDAT", 17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_NONE, 1},
+    {"filter Sub", 17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_SUB, 3},
+    {"filter Up", 17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_UP, 4},
+    {"filter Average", 17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_AVG, 5},
+    {"filter Paeth", 17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_PAETH, 7},
+    {"every filter", 64, 48, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_ALL_FILTERS, 9},
+    {"interlaced, Paeth", 33, 21, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_FILTER_PAETH, 4},
+    {"interlaced, every filter", 40, 37, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_ALL_FILTERS, 6},
+    {"interlaced, passes left empty", 3, 2, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_ALL_FILTERS, 2},
+    {"RGB: channels swapped only", 20, 9, PNG_COLOR_TYPE_RGB, false, PNG_ALL_FILTERS, 3},
+    {"RGB interlaced", 20, 9, PNG_COLOR_TYPE_RGB, true, PNG_FILTER_AVG, 3},
+};
+
+class CgbiToPNG : public PluginTest {};
+
+TEST_F(CgbiToPNG, DecodesToTheOriginalPixels) {
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    samples::Image image = Translucent(c.width, c.height, c.colorType, c.interlaced);
+    image.chunks.gamma = 1 / 2.2;
+    uint32_t w = 0, h = 0;
+    const Bytes original = samples::DecodeRGBA(samples::Encode(image), &w, &h);
+    samples::Image stored = samples::CgBIPixels(image);
+    stored.filters = c.filters;
+    const Bytes cgbi = samples::CgBIFile(stored, c.parts, {samples::MakeChunk("tEXt", {'k', 0})});
+    ASSERT_EQ(ChunkTypes(cgbi).size(), 5u + c.parts);  // CgBI, IHDR, gAMA, tEXt, IEND
+
+    const Bytes png = Convert(cgbi);
+    const std::vector<std::string> chunks = {"IHDR", "gAMA", "tEXt", "IDAT", "IEND"};
+    EXPECT_EQ(ChunkTypes(png), chunks);
+    ExpectOriginal(samples::DecodeRGBA(png, &w, &h), original, "libspng");
+    Reader reader;
+    ExpectOriginal(DecodeThroughRows(reader, png, -1.0), original, "the plug-in's reader");
+    EXPECT_EQ(reader.Int("InterlaceType"), c.interlaced ? 1 : 0);
+    EXPECT_TRUE(reader.errors.empty() && reader.warnings.empty());
+  }
+}
+
+// `good` with its chunk `index` replaced.
+Bytes WithChunk(const Bytes& good, size_t index, const Chunk& chunk) {
+  std::vector<Chunk> chunks = samples::SplitChunks(good);
+  chunks[index] = chunk;
+  return samples::JoinChunks(chunks);
+}
+
+// The header of `good` (chunk 1) with another height and its right CRC.
+Chunk HeaderOfHeight(const Bytes& good, uint32_t height) {
+  Bytes data = samples::SplitChunks(good)[1].data;
+  for (int i = 0; i < 4; ++i) data[4 + i] = static_cast<uint8_t>(height >> (24 - 8 * i));
+  return samples::MakeChunk("IHDR", data);
+}
+
+TEST_F(CgbiToPNG, DataThatDoesNotConvertGivesEmpty) {
+  const samples::Image image = Translucent(16, 12, PNG_COLOR_TYPE_RGB_ALPHA, false);
+  const Bytes good = samples::CgBIFile(samples::CgBIPixels(image), 3, {});
+  ASSERT_FALSE(Convert(good).empty());
+  const std::vector<Chunk> chunks = samples::SplitChunks(good);  // CgBI, IHDR, 3 × IDAT, IEND
+  Chunk badHeader = chunks[1];
+  badHeader.crc ^= 1;
+  Chunk badData = chunks[3];
+  badData.crc ^= 1;
+  std::vector<Chunk> zlibData = samples::SplitChunks(samples::Encode(image));
+  zlibData.insert(zlibData.begin(), chunks[0]);
+  const struct {
+    const char* what;
+    Bytes data;
+  } refused[] = {
+      {"empty", {}},
+      {"no signature", Bytes(good.begin() + 1, good.end())},
+      {"a standard PNG: no CgBI chunk", samples::Encode(image)},
+      {"a CgBI chunk before zlib image data", samples::JoinChunks(zlibData)},
+      {"no CgBI chunk before the header", WithChunk(good, 0, samples::MakeChunk("tEXt", {'k', 0}))},
+      {"a wrong CRC of the header", WithChunk(good, 1, badHeader)},
+      {"a wrong CRC of image data", WithChunk(good, 3, badData)},
+      {"cut inside an IDAT chunk", Bytes(good.begin(), good.end() - 20)},
+      {"a tail too short for a chunk", Bytes(good.begin(), good.end() - 6)},
+      {"a header one row taller: the image data ends early",
+       WithChunk(good, 1, HeaderOfHeight(good, 13))},
+      {"a header one row shorter: image data left over",
+       WithChunk(good, 1, HeaderOfHeight(good, 11))},
+      {"grey", samples::CgBIFile(samples::Pattern(8, 8, 8, PNG_COLOR_TYPE_GRAY, false), 1, {})},
+      {"grey with alpha",
+       samples::CgBIFile(samples::Pattern(8, 8, 8, PNG_COLOR_TYPE_GRAY_ALPHA, false), 1, {})},
+      {"palette",
+       samples::CgBIFile(samples::Pattern(8, 8, 8, PNG_COLOR_TYPE_PALETTE, false), 1, {})},
+      {"16-bit RGBA",
+       samples::CgBIFile(samples::Pattern(8, 8, 16, PNG_COLOR_TYPE_RGB_ALPHA, false), 1, {})},
+  };
+  for (const auto& r : refused) EXPECT_TRUE(Convert(r.data).empty()) << r.what;
+  EXPECT_TRUE(Host().CallGlobal("CgBIToPNGStringKRV", {emu::Value::AdoptString(nullptr)}).IsNil());
+}
+
+}  // namespace
+}  // namespace e2e
