@@ -348,10 +348,12 @@ inline uint32_t PixelAt(const unsigned char* row, RBInteger x) {
   return word;
 }
 
-template <Layout L, bool Swap>
+// In place (`row` is `to`), each word is read before it is replaced, and the loop works on it as
+// a word so that the compiler need not guard against the overlap.
+template <Layout L, bool Swap, bool InPlace>
 void ColourRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   for (RBInteger x = 0; x < width; ++x) {
-    const uint32_t p = PixelAt(row, x);
+    const uint32_t p = InPlace ? to[x] : PixelAt(row, x);
     const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF;
     to[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
   }
@@ -365,9 +367,8 @@ void MaskRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   }
 }
 
-// Colour and mask of each pixel in one pass over the row, for two writers of one layout. In
-// place, the row is the picture's own: each word is read before it is replaced, and the loop
-// works on it as a word so that the compiler need not guard against the overlap.
+// Colour and mask of each pixel in one pass over the row, for two writers of one layout; in
+// place as ColourRow.
 template <Layout L, bool Swap, bool InPlace>
 void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row,
                       RBInteger width) {
@@ -441,7 +442,11 @@ bool ColourWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInt
   if (!LayoutOf(format, &layout)) return false;
   WithLayout(layout, [&](auto l) {
     constexpr Layout L = decltype(l)::value;
-    swap ? ColourRow<L, true>(to, row, width) : ColourRow<L, false>(to, row, width);
+    if (row == reinterpret_cast<const unsigned char*>(to)) {
+      swap ? ColourRow<L, true, true>(to, row, width) : ColourRow<L, false, true>(to, row, width);
+    } else {
+      swap ? ColourRow<L, true, false>(to, row, width) : ColourRow<L, false, false>(to, row, width);
+    }
   });
   return true;
 }
