@@ -534,6 +534,24 @@ void PictureWriter::StoreIndexedRow(const unsigned char* indices, RBInteger widt
   NextRow();
 }
 
+void PictureWriter::StoreIndexedRowAndMask(const unsigned char* indices, RBInteger width,
+                                           const uint32_t* table, PictureWriter& mask,
+                                           const uint32_t* maskTable) {
+  Layout layout, maskLayout;
+  if (!LayoutOf(pixelFormat, &layout) || !LayoutOf(mask.pixelFormat, &maskLayout)) {
+    StoreIndexedRow(indices, width, table);
+    mask.StoreIndexedRow(indices, width, maskTable);
+    return;
+  }
+  for (RBInteger x = 0; x < width; ++x) {
+    const unsigned char i = indices[x];
+    destination[x] = table[i];
+    mask.destination[x] = maskTable[i];
+  }
+  NextRow();
+  mask.NextRow();
+}
+
 void PictureWriter::NextRow() {
   ++row;
   destination = reinterpret_cast<uint32_t*>(row < height ? RowAddress(row) : baseAddress);

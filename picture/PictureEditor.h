@@ -116,6 +116,9 @@ class PictureWriter : public PictureEditor {
   bool FilledRows(bool swap, FilledRowOrder* order) const;
   // Stores table[i] for each index i of a row (one byte a pixel), and moves to the next row.
   void StoreIndexedRow(const unsigned char* indices, RBInteger width, const uint32_t* table);
+  // The same for this writer and `mask` in one pass, maskTable[i] into the mask.
+  void StoreIndexedRowAndMask(const unsigned char* indices, RBInteger width, const uint32_t* table,
+                              PictureWriter& mask, const uint32_t* maskTable);
 
   // Moves the destination to the start of the next row (back to the top after the last).
   void NextRow();

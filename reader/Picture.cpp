@@ -63,8 +63,11 @@ void StartPendingRows(PNGReader& r, const Conversion& c) {
 void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, PictureWriter& pict,
                 PictureWriter* mask) {
   if (c.rows == Rows::kIndices) {
-    pict.StoreIndexedRow(row, width, c.colours);
-    if (mask) mask->StoreIndexedRow(row, width, c.masks);
+    if (mask) {
+      pict.StoreIndexedRowAndMask(row, width, c.colours, *mask, c.masks);
+    } else {
+      pict.StoreIndexedRow(row, width, c.colours);
+    }
     return;
   }
   if (mask) {
