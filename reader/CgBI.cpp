@@ -9,6 +9,7 @@
 
 #include "host/Text.h"
 #include "plugin/Tables.h"
+#include "reader/BigEndian.h"
 #include "reader/PNGReader.h"
 
 namespace {
@@ -41,17 +42,6 @@ struct ChunkTable {
     }
   }
 };
-
-uint32_t ReadBigEndian(const unsigned char* p) {
-  return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-
-void WriteBigEndian(unsigned char* p, uint32_t v) {
-  p[0] = static_cast<unsigned char>(v >> 24);
-  p[1] = static_cast<unsigned char>(v >> 16);
-  p[2] = static_cast<unsigned char>(v >> 8);
-  p[3] = static_cast<unsigned char>(v);
-}
 
 bool IsType(const Chunk& chunk, const unsigned char* type) {
   return memcmp(chunk.type, type, 4) == 0;

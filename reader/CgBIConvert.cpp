@@ -14,6 +14,8 @@
 
 #include <utility>
 
+#include "reader/BigEndian.h"
+
 namespace {
 
 const unsigned char kSignature[8] = {0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A};
@@ -33,17 +35,6 @@ struct Chunk {
   const unsigned char* data = nullptr;
   uint32_t crc = 0;  // as stored
 };
-
-uint32_t ReadBigEndian(const unsigned char* p) {
-  return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-
-void WriteBigEndian(unsigned char* p, uint32_t v) {
-  p[0] = static_cast<unsigned char>(v >> 24);
-  p[1] = static_cast<unsigned char>(v >> 16);
-  p[2] = static_cast<unsigned char>(v >> 8);
-  p[3] = static_cast<unsigned char>(v);
-}
 
 bool IsType(const Chunk& chunk, const char* type) {
   return memcmp(chunk.type, type, 4) == 0;

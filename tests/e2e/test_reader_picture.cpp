@@ -195,6 +195,25 @@ TEST_F(ReaderPicture, CombinePictureWithMask) {
   EXPECT_TRUE(none.Call("CombinePictureWithMask").IsNil());
 }
 
+// The joined picture keeps the decoded picture's resolutions, which the plug-in reads and writes
+// through whichever integer property entry points the host has: the current ones, the older
+// 32-bit ones, or none (and then the host's default stays).
+TEST_F(ReaderPicture, CombinedPictureKeepsTheResolutions) {
+  const std::map<int, RBInteger> kExpected = {{2, 150}, {1, 150}, {0, 72}};
+  int served = 0;
+  for (const char* name : {"REALGetPropValueInteger", "REALGetPropValueInt"}) {
+    served += Profile().withheld.count(name) == 0 ? 1 : 0;
+  }
+  Reader reader;
+  ASSERT_TRUE(ReadPicture(reader, samples::Encode(samples::Pattern(4, 3, 8, 6, false))));
+  Host().SetProperty(Pict(reader), "HorizontalResolution", RBInteger{150});
+  Host().SetProperty(Pict(reader), "VerticalResolution", RBInteger{150});
+  emu::Value combined = reader.Call("CombinePictureWithMask");
+  ASSERT_FALSE(combined.IsNil());
+  EXPECT_EQ(Host().GetProperty(combined, "HorizontalResolution").AsInteger(), kExpected.at(served));
+  EXPECT_EQ(Host().GetProperty(combined, "VerticalResolution").AsInteger(), kExpected.at(served));
+}
+
 TEST_F(ReaderPicture, ImagesBeyondThePictureLimit) {
   for (bool interlaced : {false, true}) {
     const Bytes png = samples::Encode(samples::Pattern(32768, 1, 8, 2, interlaced));

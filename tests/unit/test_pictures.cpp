@@ -218,4 +218,133 @@ TEST_F(Pictures, SaversRefuseANilFolderItem) {
   EXPECT_FALSE(data.IsNil()) << "a string is still made when one is asked for";
 }
 
+// ---------------------------------------------------------------------------------------------
+// Each host version the editors branch on, on both sides.
+// ---------------------------------------------------------------------------------------------
+
+const emu::Platform kDesktops[] = {emu::Platform::Linux, emu::Platform::Mac};
+
+// From 2018.02 graphics draw with Double coordinates, before with Integer ones; a host has only
+// its own overload, so joining a picture with its mask shows which one the plug-in asked for.
+TEST_F(Pictures, DrawingTakesTheOverloadOfTheHost) {
+  for (double version : {2018.01, 2018.02}) {
+    for (emu::Platform platform : kDesktops) {
+      SCOPED_TRACE(::testing::Message() << version << " platform " << int(platform));
+      Use(version, emu::AppKind::Desktop, platform);
+      emu::Value colour = Plain(2, 1, 200);
+      emu::Value mask = host().MakePicture(2, 1, std::string("\xFF\xFF\xFF\xFF\0\0\0\xFF", 8));
+      emu::Value combined =
+          emu::Value::AdoptObject(CreatePictureWithMask(P(colour), P(mask), false, 2, 1));
+      ASSERT_FALSE(combined.IsNil());
+      EXPECT_EQ(host().PictureRgba(combined), std::string("\xC8\x14\x1E\0\xC8\x14\x1E\xFF", 8))
+          << "white hides, black shows";
+    }
+  }
+}
+
+struct RepresentationCase {
+  double version;
+  RBInteger width;  // of what the editor reads from a 4 × 4 picture of several representations
+};
+
+// From 2016.0 a picture of several representations is read at its scale-4 representation; before,
+// through a drawn copy of the picture itself.
+TEST_F(Pictures, BestRepresentationFrom2016) {
+  const RepresentationCase cases[] = {{2015.99, 4}, {2016.0, 16}};
+  for (const RepresentationCase& c : cases) {
+    for (emu::Platform platform : kDesktops) {
+      SCOPED_TRACE(::testing::Message() << c.version << " platform " << int(platform));
+      Use(c.version, emu::AppKind::Desktop, platform);
+      emu::PictureOptions several;
+      several.type = 3;
+      emu::Value source = Plain(4, 4, 9, several);
+      PictureReader reader;
+      ASSERT_TRUE(reader.GetPictureEditor(P(source), true, false));
+      EXPECT_EQ(reader.width, c.width);
+      EXPECT_EQ(Red(reader, 0), 9);
+    }
+  }
+}
+
+struct DrawnCopyCase {
+  double version;
+  bool readable;
+};
+
+// An immutable picture with an alpha channel is read through a copy made with the picture
+// constructor, which hosts have from 2011.04; the copy takes the picture's resolutions.
+TEST_F(Pictures, AlphaPicturesAreCopiedFrom2011_04) {
+  const DrawnCopyCase cases[] = {{2011.03, false}, {2011.04, true}};
+  for (const DrawnCopyCase& c : cases) {
+    for (emu::Platform platform : kDesktops) {
+      SCOPED_TRACE(::testing::Message() << c.version << " platform " << int(platform));
+      Use(c.version, emu::AppKind::Desktop, platform);
+      emu::PictureOptions immutable;
+      immutable.type = 1;
+      immutable.alphaChannel = true;
+      immutable.horizontalResolution = 150;
+      immutable.verticalResolution = 300;
+      emu::Value source = Plain(3, 2, 61, immutable);
+      PictureReader reader;
+      ASSERT_EQ(reader.GetPictureEditor(P(source), true, false), c.readable);
+      if (!c.readable) continue;
+      EXPECT_NE(reader.picture, P(source));
+      EXPECT_EQ(Red(reader, 1), 61);
+      EXPECT_EQ(std::make_pair(reader.horizontalResolution, reader.verticalResolution),
+                std::make_pair(int32_t{150}, int32_t{300}));
+    }
+  }
+}
+
+// Hosts before 2012.0 keep a picture locked after a failed lock until it is unlocked; later hosts
+// take that unlock for a fault. The audit reports either mistake.
+TEST_F(Pictures, FailedLocksAreUndoneBefore2012) {
+  for (double version : {2011.99, 2012.0}) {
+    for (emu::AppKind app : {emu::AppKind::Console, emu::AppKind::Desktop}) {
+      SCOPED_TRACE(::testing::Message() << version << " app " << int(app));
+      Use(version, app);
+      emu::PictureOptions immutable;
+      immutable.type = 1;
+      emu::Value source = Plain(2, 2, 5, immutable);
+      {
+        PictureReader reader;
+        reader.GetPictureEditor(P(source), true, false);
+      }
+      EXPECT_GE(host().PictureStats(source).lockCalls, 1);
+      EXPECT_EQ(host().PictureStats(source).openLocks, 0);
+      const emu::AuditReport report = host().Audit();
+      EXPECT_TRUE(report.errors.empty()) << report.Format();
+    }
+  }
+}
+
+struct HostKindCase {
+  emu::AppKind app;
+  emu::Platform platform;
+  long lockCalls;  // the routes tried on a picture that none can lock
+};
+
+// The kind of application decides the routes: desktop hosts try the surface and bitmap-context
+// routes, console and web hosts the gd route, a host of no known kind all three (and then, for
+// the drawn copy, the gd copy that drawing falls back to).
+TEST_F(Pictures, HostKindChoosesTheRoutes) {
+  const HostKindCase cases[] = {
+      {emu::AppKind::Desktop, emu::Platform::Linux, 2},
+      {emu::AppKind::Desktop, emu::Platform::Mac, 2},
+      {emu::AppKind::Console, emu::Platform::Linux, 1},
+      {emu::AppKind::Web, emu::Platform::Linux, 1},
+      {emu::AppKind::None, emu::Platform::Linux, 4},
+  };
+  for (const HostKindCase& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "app " << int(c.app) << " platform " << int(c.platform));
+    Use(2019.1, c.app, c.platform);
+    emu::PictureOptions immutable;
+    immutable.type = 1;
+    emu::Value source = Plain(2, 2, 5, immutable);
+    PictureReader reader;
+    reader.GetPictureEditor(P(source), true, false);
+    EXPECT_EQ(host().PictureStats(source).lockCalls, c.lockCalls);
+  }
+}
+
 }  // namespace
