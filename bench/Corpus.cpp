@@ -190,21 +190,21 @@ void Encode(Image& image, bool transparentEntry) {
 
 }  // namespace
 
-std::string Spec::Name() const {
+std::string Recipe::Name() const {
   const std::string type = colorType == 6 ? "rgba" : colorType == 2 ? "rgb" : "palette";
   return (content == Content::kSprites ? "sprites-" : "") + type + "-" +
          std::to_string(megapixels) + "mp" + (interlaced ? "-adam7" : "");
 }
 
-Image MakeImage(const Spec& spec) {
+Image MakeImage(const Recipe& recipe) {
   Image image;
-  const uint32_t side = spec.megapixels == 1 ? 1000 : spec.megapixels == 4 ? 2000 : 4000;
+  const uint32_t side = recipe.megapixels == 1 ? 1000 : recipe.megapixels == 4 ? 2000 : 4000;
   image.width = side;
   image.height = side;
-  image.colorType = spec.colorType;
-  image.interlaced = spec.interlaced;
-  image.name = spec.Name();
-  const bool sprites = spec.content == Content::kSprites;
+  image.colorType = recipe.colorType;
+  image.interlaced = recipe.interlaced;
+  image.name = recipe.Name();
+  const bool sprites = recipe.content == Content::kSprites;
   if (sprites) {
     PaintSprites(image);
   } else {
@@ -214,18 +214,18 @@ Image MakeImage(const Spec& spec) {
   return image;
 }
 
-std::vector<Spec> CorpusSpecs(const std::vector<int>& sizes) {
-  std::vector<Spec> specs;
+std::vector<Recipe> CorpusRecipes(const std::vector<int>& sizes) {
+  std::vector<Recipe> recipes;
   for (int mp : sizes) {
     for (int colorType : {2, 6}) {
-      for (bool interlaced : {false, true}) specs.push_back({mp, colorType, interlaced});
+      for (bool interlaced : {false, true}) recipes.push_back({mp, colorType, interlaced});
     }
   }
   const int mp = sizes.size() > 1 ? 4 : sizes[0];
-  specs.push_back({mp, 3, false});
-  specs.push_back({mp, 6, false, Content::kSprites});
-  specs.push_back({mp, 3, false, Content::kSprites});
-  return specs;
+  recipes.push_back({mp, 3, false});
+  recipes.push_back({mp, 6, false, Content::kSprites});
+  recipes.push_back({mp, 3, false, Content::kSprites});
+  return recipes;
 }
 
 }  // namespace bench

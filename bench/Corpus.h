@@ -16,7 +16,7 @@ enum class Content { kPhoto, kSprites };
 
 // What to make: size, colour type (2 RGB, 6 RGBA, 3 palette), interlace and content. A palette
 // photo uses a 6×6×6 colour cube; a palette atlas adds one fully transparent entry.
-struct Spec {
+struct Recipe {
   int megapixels = 1;
   int colorType = 2;
   bool interlaced = false;
@@ -38,8 +38,8 @@ struct Image {
 
 // Megapixels 1, 4 and 16, RGB and RGBA photos, plain and interlaced; a palette photo, an RGBA
 // sprite atlas and a palette atlas of 4 MP (of the one size when `sizes` holds one).
-std::vector<Spec> CorpusSpecs(const std::vector<int>& sizes);
+std::vector<Recipe> CorpusRecipes(const std::vector<int>& sizes);
 
-Image MakeImage(const Spec& spec);
+Image MakeImage(const Recipe& recipe);
 
 }  // namespace bench

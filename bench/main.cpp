@@ -215,7 +215,7 @@ long StatusKiB(const char* key) {
 
 // In the child: the peak resident size that one operation adds, in bytes.
 int MeasurePeak(const std::string& what, int megapixels) {
-  Image image = MakeImage(Spec{megapixels, 6, what == "decode-adam7"});
+  Image image = MakeImage(Recipe{megapixels, 6, what == "decode-adam7"});
   Plugin plugin;
   emu::Value png = plugin.String(image.png);
   auto pictures = plugin.Pictures(image);
@@ -349,7 +349,8 @@ int main(int argc, char** argv) {
   const std::vector<int> sizes = bench::Sizes(argc, argv);
   benchmark::Initialize(&argc, argv);
   std::vector<bench::Image> corpus;
-  for (const bench::Spec& spec : bench::CorpusSpecs(sizes)) corpus.push_back(MakeImage(spec));
+  for (const bench::Recipe& recipe : bench::CorpusRecipes(sizes))
+    corpus.push_back(MakeImage(recipe));
   bench::Plugin plugin;
   bench::WarmUp(corpus, plugin);
   for (const bench::Image& image : corpus) bench::RegisterImage(image, plugin);
