@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <set>
+#include <utility>
 
 namespace e2e {
 
@@ -94,6 +95,23 @@ emu::Value Str(const samples::Bytes& bytes) {
   return Host().MakeString(
       std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
       kREALTextEncodingUnknown);
+}
+
+samples::Bytes Colours(samples::Bytes rgba, bool swap) {
+  for (size_t i = 0; i < rgba.size(); i += 4) {
+    if (swap) std::swap(rgba[i], rgba[i + 2]);
+    rgba[i + 3] = 255;
+  }
+  return rgba;
+}
+
+samples::Bytes MaskOf(const samples::Bytes& rgba) {
+  samples::Bytes mask;
+  for (size_t i = 0; i < rgba.size(); i += 4) {
+    const uint8_t m = 255 - rgba[i + 3];
+    mask.insert(mask.end(), {m, m, m, 255});
+  }
+  return mask;
 }
 
 ToolRun RunTool(const std::string& arguments) {

@@ -47,6 +47,11 @@ struct Reader {
 
 emu::Value Str(const samples::Bytes& bytes);
 
+// Decoded RGBA as the picture must hold it: opaque, red and blue exchanged with `swap`.
+samples::Bytes Colours(samples::Bytes rgba, bool swap);
+// The mask as the decoder must make it: grey 255 − alpha, opaque.
+samples::Bytes MaskOf(const samples::Bytes& rgba);
+
 // A run of the command-line tool: its exit status and its standard output and error together.
 struct ToolRun {
   int status = -1;

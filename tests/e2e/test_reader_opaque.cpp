@@ -11,15 +11,6 @@ using samples::Bytes;
 const std::vector<std::pair<int, int>> kSources = {{0, 1},  {0, 2}, {0, 4}, {0, 8},
                                                    {0, 16}, {2, 8}, {2, 16}};
 
-// The picture as the decoder must make it: opaque, red and blue exchanged with swap.
-Bytes Colours(Bytes rgba, bool swap) {
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    if (swap) std::swap(rgba[i], rgba[i + 2]);
-    rgba[i + 3] = 255;
-  }
-  return rgba;
-}
-
 class ReaderOpaque : public PluginTest {
  protected:
   void TearDown() override {

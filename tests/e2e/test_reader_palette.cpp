@@ -56,25 +56,6 @@ Bytes Rgba(const emu::Value& picture) {
   return Bytes(bytes.begin(), bytes.end());
 }
 
-// The picture as the decoder must make it: every pixel opaque, red and blue exchanged with swap.
-Bytes Colours(Bytes rgba, bool swap) {
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    if (swap) std::swap(rgba[i], rgba[i + 2]);
-    rgba[i + 3] = 255;
-  }
-  return rgba;
-}
-
-// The mask as the decoder must make it: grey 255 − alpha, opaque.
-Bytes MaskOf(const Bytes& rgba) {
-  Bytes mask;
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const uint8_t m = 255 - rgba[i + 3];
-    mask.insert(mask.end(), {m, m, m, 255});
-  }
-  return mask;
-}
-
 class ReaderPalette : public PluginTest {
  protected:
   void TearDown() override {

@@ -45,16 +45,6 @@ Bytes WithOpaqueAlpha(Bytes rgba) {
   return rgba;
 }
 
-// The mask as the decoder must make it: grey 255 − alpha, opaque.
-Bytes MaskOf(const Bytes& rgba) {
-  Bytes mask;
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const uint8_t m = 255 - rgba[i + 3];
-    mask.insert(mask.end(), {m, m, m, 255});
-  }
-  return mask;
-}
-
 class ReaderPicture : public PluginTest {
  protected:
   void TearDown() override {
