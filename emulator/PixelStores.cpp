@@ -73,8 +73,12 @@ class CairoStore : public PixelStore {
     const uint64_t wideStride = uint64_t{width} * 4 + (uint64_t{padding} + 3) / 4 * 4;
     if (wideStride * height > kMaxPictureBytes) throw std::bad_alloc();
     stride_ = static_cast<size_t>(wideStride);
+    // The pixels are left for Fill or Put, as a host paints a new surface once; the padding gets
+    // the marker now.
     pixels_.reset(new unsigned char[stride_ * height]);
-    std::memset(pixels_.get(), kPaddingByte, stride_ * height);
+    for (size_t y = 0; y < height && stride_ > width * 4; ++y) {
+      std::memset(pixels_.get() + y * stride_ + width * 4, kPaddingByte, stride_ - width * 4);
+    }
     const CairoApi& c = Cairo();
     surface_ = c.createForData(pixels_.get(), alpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24,
                                static_cast<int>(width), static_cast<int>(height),
@@ -111,12 +115,13 @@ class CairoStore : public PixelStore {
     dirty_ = true;
   }
 
+  // The first row pixel by pixel, the others copied from it: a block fill, as a host's painting of
+  // a new surface is.
   void Fill(Rgba p) override {
     const uint32_t word = Word(p);
-    for (size_t y = 0; y < height_; ++y) {
-      unsigned char* px = At(0, y);
-      for (size_t x = 0; x < width_; ++x, px += 4) std::memcpy(px, &word, 4);
-    }
+    unsigned char* first = At(0, 0);
+    for (size_t x = 0; x < width_; ++x) std::memcpy(first + 4 * x, &word, 4);
+    for (size_t y = 1; y < height_; ++y) std::memcpy(At(0, y), first, width_ * 4);
     dirty_ = true;
   }
 

@@ -330,7 +330,7 @@ namespace {
 enum Layout { kLast, kFirst, kGd, kCairo };
 
 template <Layout L>
-inline uint32_t Word(uint32_t c1, uint32_t c2, uint32_t c3) {
+constexpr uint32_t Word(uint32_t c1, uint32_t c2, uint32_t c3) {
   if (L == kLast) return 0xFF000000u | c1 << 16 | c2 << 8 | c3;
   if (L == kFirst) return c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
   if (L == kGd) return c1 | c2 << 8 | c3 << 16;
@@ -357,6 +357,43 @@ void ColourRow(uint32_t* to, const unsigned char* row, RBInteger width) {
     const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF;
     to[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
   }
+}
+
+// Rows of three bytes a pixel, R, G, B, as libpng gives an image without alpha when it adds no
+// filler. Every pixel but the last is read as the word that starts at it, one load instead of
+// three, whose fourth byte (the next pixel's red) is dropped. Each layout keeps the components in
+// the order of that word or reverses them, which is one byte swap: the compiler does not find it
+// in Word's shifts when the components arrive packed.
+template <Layout L, bool Swap>
+constexpr uint32_t WordOfThree(uint32_t p) {
+  const uint32_t rgb = p & 0xFFFFFF, bgr = __builtin_bswap32(p << 8);
+  const uint32_t forward = Swap ? rgb : bgr;  // c1 | c2 << 8 | c3 << 16 of Word
+  const uint32_t reversed = Swap ? bgr : rgb;
+  if (L == kLast) return 0xFF000000u | reversed;
+  if (L == kFirst) return reversed << 8 | 0xFFu;
+  if (L == kGd) return forward;
+  return 0xFF000000u | forward;
+}
+
+template <Layout L>
+constexpr bool WordOfThreeIsWord() {
+  return WordOfThree<L, false>(0x77030201) == Word<L>(3, 2, 1) &&
+         WordOfThree<L, true>(0x77030201) == Word<L>(1, 2, 3);
+}
+static_assert(WordOfThreeIsWord<kLast>() && WordOfThreeIsWord<kFirst>() &&
+                  WordOfThreeIsWord<kGd>() && WordOfThreeIsWord<kCairo>(),
+              "the words of three-byte rows are those of four-byte rows");
+
+template <Layout L, bool Swap>
+void ColourRowOfThree(uint32_t* to, const unsigned char* row, RBInteger width) {
+  const RBInteger last = width - 1;
+  for (RBInteger x = 0; x < last; ++x) {
+    uint32_t p;
+    memcpy(&p, row + 3 * x, 4);
+    to[x] = WordOfThree<L, Swap>(p);
+  }
+  const unsigned char* end = row + 3 * last;
+  to[last] = WordOfThree<L, Swap>(end[0] | end[1] << 8 | end[2] << 16);
 }
 
 template <Layout L>
@@ -462,6 +499,18 @@ bool MaskWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInteg
 
 void PictureWriter::StoreColourRow(const unsigned char* row, RBInteger width, bool swap) {
   if (width > 0) ColourWordsOf(pixelFormat, destination, row, width, swap);
+  NextRow();
+}
+
+void PictureWriter::StoreRGBRow(const unsigned char* row, RBInteger width, bool swap) {
+  Layout layout;
+  if (width > 0 && LayoutOf(pixelFormat, &layout)) {
+    WithLayout(layout, [&](auto l) {
+      constexpr Layout L = decltype(l)::value;
+      swap ? ColourRowOfThree<L, true>(destination, row, width)
+           : ColourRowOfThree<L, false>(destination, row, width);
+    });
+  }
   NextRow();
 }
 

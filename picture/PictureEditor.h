@@ -99,6 +99,8 @@ class PictureWriter : public PictureEditor {
   // for 8 it is c1 | c2 << 8 | c3 << 16, for 9 and 10 it is 0xFF000000 | c1 | c2 << 8 | c3 << 16;
   // other codes store nothing.
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
+  // The same for a row of three bytes a pixel, R, G, B.
+  void StoreRGBRow(const unsigned char* row, RBInteger width, bool swap);
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);
   // Both of the above in one pass over the row: the colour here, the grey into `mask`. The row

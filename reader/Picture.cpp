@@ -17,9 +17,9 @@ namespace {
 constexpr int64_t kMaxBuffer = 0x7FFFFFFF;
 constexpr int kPaletteEntries = 256;
 
-// What libpng's rows hold: RGBA to be converted, palette indices to be looked up, or the
+// What libpng's rows hold: RGBA or RGB to be converted, palette indices to be looked up, or the
 // picture's own words.
-enum class Rows { kRGBA, kIndices, kWords };
+enum class Rows { kRGBA, kRGB, kIndices, kWords };
 
 struct Conversion {
   Rows rows = Rows::kRGBA;
@@ -46,6 +46,15 @@ void ChooseWords(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
   }
 }
 
+// Rows read one at a time through a row buffer, without alpha and not the picture's words: RGB,
+// which the conversion fills out itself, for libpng's filler is a byte loop over every pixel too.
+void ChooseRowsWithoutAlpha(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
+  ChooseWords(r, c, pict);
+  if (r.rowsPending && c.rows == Rows::kRGBA && r.colorType == PNG_COLOR_TYPE_RGB) {
+    c.rows = Rows::kRGB;
+  }
+}
+
 // Ends a pending set-up with the rows chosen; libpng may fail, so this runs under a jump point.
 void StartPendingRows(PNGReader& r, const Conversion& c) {
   if (!r.rowsPending) return;
@@ -53,6 +62,8 @@ void StartPendingRows(PNGReader& r, const Conversion& c) {
     StartIndexRows(r);
   } else if (c.rows == Rows::kWords) {
     StartFilledRows(r, c.order.bgr, c.order.filler, c.order.fillerFirst);
+  } else if (c.rows == Rows::kRGB) {
+    StartRGBRows(r);
   } else {
     StartRGBARows(r);
   }
@@ -70,7 +81,9 @@ void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, 
     }
     return;
   }
-  if (mask) {
+  if (c.rows == Rows::kRGB) {
+    pict.StoreRGBRow(row, width, c.swap);
+  } else if (mask) {
     pict.StoreColourAndMaskRow(row, width, c.swap, *mask);
   } else {
     pict.StoreColourRow(row, width, c.swap);
@@ -171,9 +184,10 @@ bool DecodeImage(PNGReader& r, const Conversion& c, png_bytepp rows) {
   return true;
 }
 
-// Bytes of one decoded row: an index a pixel, or four bytes.
+// Bytes of one decoded row: an index a pixel, three bytes or four.
 int64_t RowBytes(const PNGReader& r, const Conversion& c) {
-  return c.rows == Rows::kIndices ? int64_t{r.width} : int64_t{r.width} * 4;
+  if (c.rows == Rows::kIndices) return r.width;
+  return int64_t{r.width} * (c.rows == Rows::kRGB ? 3 : 4);
 }
 
 // Where the passes of an interlaced image go: a table of rows, and the buffer they point into
@@ -255,7 +269,7 @@ bool ReadRGBbyRow(PNGReader& r) {
   Conversion c = ConversionFor(r);
   PictureWriter pict;
   if (!SetUpWriter(pict, r)) return false;
-  ChooseWords(r, c, pict);
+  ChooseRowsWithoutAlpha(r, c, pict);
   unsigned char* row = c.rows == Rows::kWords ? nullptr : AllocateRow(r, c);
   if (c.rows != Rows::kWords && row == nullptr) return false;
   if (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged) {

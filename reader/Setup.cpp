@@ -127,6 +127,10 @@ void StartRGBARows(PNGReader& r) {
   StartRows(r);
 }
 
+void StartRGBRows(PNGReader& r) {
+  StartRows(r);
+}
+
 void StartIndexRows(PNGReader& r) {
   // libpng would scan every row for indices past the palette, for a report that only the end of
   // the stream, which the decoders never read, can give.
@@ -142,11 +146,11 @@ void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFi
   StartRows(r);
 }
 
-// Before a pending set-up ends, libpng knows only the rows of the header; the rows it will
-// deliver are RGBA.
+// After ApplyOptions the rows are four bytes a pixel, RGB with the filler or RGBA, whether libpng
+// has started them yet or a picture decode has asked it for rows of its own since.
 RBInteger GetRowBytes(PNGReader& r) {
   if (!HasHandles(r)) return 0;
-  if (r.rowsPending) return static_cast<RBInteger>(int64_t{r.width} * 4);
+  if (r.setUp) return static_cast<RBInteger>(int64_t{r.width} * 4);
   if (setjmp(*r.jump)) return 0;
   return static_cast<RBInteger>(png_get_rowbytes(r.png, r.info));
 }
