@@ -74,11 +74,10 @@ bool OpenReadString(PNGReader& r, REALstring data);
 void Finish(PNGReader& r);
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma);
 RBInteger GetRowBytes(PNGReader& r);
-// Ends a pending set-up (see rowsPending): with the RGBA rows RowBytes reports; for an image
-// without alpha, with rows of red, green and blue alone; with index rows (a palette image;
-// libpng's palette then gamma corrected); or, for an image without alpha, with rows of red, green
-// and blue (blue first with `bgr`) and the byte `filler` before or after them. Each calls libpng
-// and needs a jump point.
+// Ends a pending set-up (see rowsPending) with the rows libpng is to deliver: the RGBA rows
+// RowBytes reports; for an image without alpha, its red, green and blue alone, or with the byte
+// `filler` before or after them (blue first with `bgr`); for a palette image, its indices
+// (libpng's palette then gamma corrected). Each calls libpng and needs a jump point.
 void StartRGBARows(PNGReader& r);
 void StartRGBRows(PNGReader& r);
 void StartIndexRows(PNGReader& r);
