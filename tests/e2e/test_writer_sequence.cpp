@@ -63,33 +63,20 @@ TEST_F(WriterSequence, RowsRoundTripToMemoryAndToFiles) {
   }
 }
 
-TEST_F(WriterSequence, WriteRowOneByOne) {
-  const samples::Image image = samples::Pattern(6, 4, 8, 2, false);
-  Writer w;
-  Begin(w, image);
-  w.Call("WriteRow", {kNil});
-  EXPECT_EQ(RaisedMessage(), "NilObjectException: memoryblock is nil");
-  w.Call("WriteRow", {Host().NewMemoryBlock(17)});
-  for (const Bytes& row : image.rows) {
-    w.Call("WriteRow", {Host().MemoryBlockFrom(std::string(row.begin(), row.end()))});
-    EXPECT_FALSE(w.Ok("WriteRows")) << "rows loaded, some written";
-  }
-  w.Call("WriteRow", {Host().NewMemoryBlock(18)});
-  EXPECT_TRUE(w.Ok("WriteEnd"));
-  Texts expected(6, "Rows of the image are written already.");
-  expected.front() = "The memoryblock is shorter than one row.";
-  expected.back() = "Every row of the image is written.";
-  EXPECT_EQ(w.errors, expected);
-  EXPECT_EQ(w.Finish(), Stream(image)) << "the same stream as WriteRows";
-}
-
 TEST_F(WriterSequence, FinishAndCloseDestinationInEveryState) {
   const samples::Image image = samples::Pattern(5, 5, 8, 0, false);
-  Writer idle, split, closed, toFile;
+  TempFile file({}), other({});
+  Writer idle, nowhere, split, closed, toFile;
   EXPECT_TRUE(idle.Call("Finish").IsNil()) << "no destination";
   idle.Call("CloseDestination");
   EXPECT_TRUE(idle.Ok("OpenWriteDestination", {kNil}));
+  EXPECT_FALSE(idle.Ok("OpenWriteDestination", {Host().MakeFolderItem(other.path)})) << "one open";
   EXPECT_TRUE(idle.Call("Finish").IsNil()) << "nothing written";
+  idle.Call("CloseDestination");
+  EXPECT_TRUE(idle.Ok("OpenWriteDestination", {Host().MakeFolderItem(other.path)}));
+  EXPECT_FALSE(idle.Ok("OpenWriteDestination", {kNil}));
+  EXPECT_FALSE(nowhere.Ok("OpenWriteDestination", {Host().MakeFolderItem("/nonexistent/d/x")}));
+  EXPECT_TRUE(nowhere.errors.empty());
 
   Begin(split, image);
   ASSERT_TRUE(split.Ok("WriteRows"));
@@ -104,7 +91,6 @@ TEST_F(WriterSequence, FinishAndCloseDestinationInEveryState) {
   closed.Call("CloseDestination");
   EXPECT_TRUE(closed.Call("Finish").IsNil()) << "CloseDestination drops the bytes";
 
-  TempFile file({});
   Begin(toFile, image, Host().MakeFolderItem(file.path));
   EXPECT_TRUE(toFile.Call("Finish").IsNil()) << "a file destination";
   toFile.Call("CloseDestination");
@@ -113,18 +99,6 @@ TEST_F(WriterSequence, FinishAndCloseDestinationInEveryState) {
   EXPECT_FALSE(toFile.Ok("WriteRows")) << "the closed file is never written again";
   EXPECT_EQ(toFile.errors, Texts{"The destination is closed."});
   EXPECT_EQ(samples::ReadFile(file.path), written);
-}
-
-TEST_F(WriterSequence, OneDestinationAtATime) {
-  TempFile file({});
-  Writer w, other;
-  EXPECT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-  EXPECT_FALSE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
-  w.Call("CloseDestination");
-  EXPECT_TRUE(w.Ok("OpenWriteDestination", {Host().MakeFolderItem(file.path)}));
-  EXPECT_FALSE(w.Ok("OpenWriteDestination", {kNil}));
-  EXPECT_FALSE(other.Ok("OpenWriteDestination", {Host().MakeFolderItem("/nonexistent/dir/x.png")}));
-  EXPECT_TRUE(other.errors.empty());
   EXPECT_FALSE(Host().LastException());
 }
 
@@ -281,38 +255,48 @@ TEST_F(WriterSequence, WriteInfoOnce) {
   EXPECT_EQ(ReadWithLibpng(png).rows, image.rows);
 }
 
-// WriteRow on an interlaced header takes the rows of each Adam7 pass in turn, each as long as the
-// pass's columns; after the last pass the image is complete.
+// WriteRow takes the rows one by one, on an interlaced header those of each Adam7 pass in turn,
+// each as long as the pass's columns (in a block of one whole row at least); after the last row
+// the image is complete. WriteRows is refused once rows are written.
 TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
   struct Pass {
     uint32_t x, y, dx, dy;  // first column and row, and the steps
   };
-  const Pass kAdam7[] = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
-                         {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
-  const samples::Image image = samples::Pattern(5, 6, 8, 2, true);
-  Writer w;
-  Begin(w, image);
-  size_t rows = 0;
-  for (const Pass& p : kAdam7) {
-    for (uint32_t y = p.y; y < image.height; y += p.dy) {
-      std::string block(15, '\0');  // blocks of one whole row at least
-      size_t at = 0;
-      for (uint32_t x = p.x; x < image.width; x += p.dx, at += 3) {
-        block.replace(at, 3, reinterpret_cast<const char*>(&image.rows[y][3 * x]), 3);
+  const std::vector<Pass> kAdam7 = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
+                                    {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
+  for (bool interlaced : {false, true}) {
+    SCOPED_TRACE(interlaced);
+    const samples::Image image = samples::Pattern(5, 6, 8, 2, interlaced);
+    Writer w;
+    Begin(w, image);
+    w.Call("WriteRow", {kNil});
+    EXPECT_EQ(RaisedMessage(), "NilObjectException: memoryblock is nil");
+    w.Call("WriteRow", {Host().NewMemoryBlock(14)});
+    size_t rows = 0;
+    for (const Pass& p : interlaced ? kAdam7 : std::vector<Pass>{{0, 0, 1, 1}}) {
+      for (uint32_t y = p.y; y < image.height; y += p.dy) {
+        std::string block(15, '\0');
+        size_t at = 0;
+        for (uint32_t x = p.x; x < image.width; x += p.dx, at += 3) {
+          block.replace(at, 3, reinterpret_cast<const char*>(&image.rows[y][3 * x]), 3);
+        }
+        if (at == 0) continue;  // a pass without columns has no rows
+        w.Call("WriteRow", {Host().MemoryBlockFrom(block)});
+        ++rows;
+        EXPECT_FALSE(w.Ok("WriteRows")) << "rows loaded, some written";
       }
-      if (at == 0) continue;  // a pass without columns has no rows
-      w.Call("WriteRow", {Host().MemoryBlockFrom(block)});
-      ++rows;
     }
+    EXPECT_EQ(rows, interlaced ? 12u : 6u);
+    w.Call("WriteRow", {Host().NewMemoryBlock(15)});
+    ASSERT_TRUE(w.Ok("WriteEnd"));
+    Texts expected(rows + 2, "Rows of the image are written already.");
+    expected.front() = "The memoryblock is shorter than one row.";
+    expected.back() = "Every row of the image is written.";
+    EXPECT_EQ(w.errors, expected);
+    const Bytes png = w.Finish();
+    EXPECT_EQ(png, Stream(image)) << "the same stream as WriteRows";
+    EXPECT_EQ(ReadWithLibpng(png).interlace, interlaced ? 1 : 0);
   }
-  EXPECT_EQ(rows, 12u);
-  EXPECT_TRUE(w.errors.empty());
-  w.Call("WriteRow", {Host().NewMemoryBlock(15)});
-  EXPECT_EQ(w.errors, Texts{"Every row of the image is written."});
-  ASSERT_TRUE(w.Ok("WriteEnd"));
-  const ReadBack back = ReadWithLibpng(w.Finish());
-  EXPECT_EQ(back.interlace, 1);
-  EXPECT_EQ(back.rows, image.rows);
 }
 
 // An ICC profile that libpng accepts for RGB images: a header and one tag of 200 bytes that do
