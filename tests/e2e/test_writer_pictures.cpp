@@ -30,11 +30,6 @@ struct Source {
   emu::Value picture, mask;
 };
 
-Bytes Write(Writer& w) {
-  SetHeaderAndPalette(w);
-  return WriteStream(w);
-}
-
 struct Loader {
   const char* method;
   bool mask, grey;
@@ -88,7 +83,8 @@ TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
       EXPECT_EQ(std::make_tuple(w.Int("Type"), w.Int("bpc"), w.Int("Rowbytes"), w.Int("Width"),
                                 w.Int("Height")),
                 std::make_tuple(l.type, l.bpc, 3 * l.bpc, RBInteger{3}, RBInteger{2}));
-      EXPECT_EQ(ReadWithLibpng(Write(w)).rgba, Expected(l.grey, l.mask)) << l.method;
+      SetHeaderAndPalette(w);
+      EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rgba, Expected(l.grey, l.mask)) << l.method;
     }
     Writer w;
     // Red twice: the lower index wins. 1, 2, 3 is missing and takes index 0.
@@ -97,7 +93,8 @@ TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
                                                        0x00FF00, 0xFFFFFF, 0x01FF00FF})}));
     ASSERT_TRUE(w.Ok("SetPalettePicture", {source.picture}));
     EXPECT_EQ(w.Int("Type"), 3);
-    EXPECT_EQ(ReadWithLibpng(Write(w)).rows, std::vector<Bytes>({{5, 1, 4}, {0, 3, 0}}));
+    SetHeaderAndPalette(w);
+    EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rows, std::vector<Bytes>({{5, 1, 4}, {0, 3, 0}}));
   }
 }
 

@@ -197,8 +197,8 @@ TEST_F(WriterSequence, PaletteAndSortedTransparency) {
 
 // SetHeader's Filter: 0, negative values and those above the flags leave libpng its own choice,
 // 1 to 4 turn filtering off, 5 to 7 are refused, and the flags 8 to 128 (none to Paeth) choose
-// the filters libpng may use.
-TEST_F(WriterSequence, FilterValues) {
+// the filters libpng may use. Its Compression level goes to zlib.
+TEST_F(WriterSequence, FilterAndCompressionValues) {
   const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
   const Bytes ownChoice = FilterBytes(samples::Encode(image));
   ASSERT_EQ(ownChoice.size(), 16u);
@@ -223,10 +223,6 @@ TEST_F(WriterSequence, FilterValues) {
     EXPECT_TRUE(!c.second.empty() || filters == ownChoice);
     for (uint8_t f : filters) EXPECT_TRUE(c.second.empty() || c.second.count(f)) << +f;
   }
-}
-
-TEST_F(WriterSequence, CompressionLevelAndBpc) {
-  const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
   const auto write = [&](RBInteger level) {
     return Stream(image, [&](Writer& w) {
       w.Set("bpc", 3);
@@ -304,22 +300,18 @@ TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
   }
 }
 
-// An ICC profile that libpng accepts for RGB images: a header and one tag of 200 bytes that do
-// not compress (libpng 1.6.39 cannot read back an iCCP chunk shorter than 92 bytes).
+// An ICC profile that libpng accepts for RGB images: a header (size 344, class, colour space,
+// signature, D50 illuminant) and one tag of 200 bytes at 144 that do not compress (libpng 1.6.39
+// cannot read back an iCCP chunk shorter than 92 bytes).
 Bytes IccProfile() {
   using namespace std::string_literals;
-  const std::pair<size_t, std::string> fields[] = {
-      {0, "\0\0\1\x58"s},  // the size, 344
-      {12, "mntrRGB XYZ "s},
-      {36, "acsp"s},
-      {68, "\0\0\xF6\xD6\0\1\0\0\0\0\xD3\x2D"s},    // the D50 illuminant
-      {128, "\0\0\0\1wtpt\0\0\0\x90\0\0\0\xC8"s}};  // one tag: 200 bytes at 144
-  Bytes icc(344);
-  for (const auto& [at, field] : fields) std::copy(field.begin(), field.end(), icc.begin() + at);
-  uint32_t seed = 1;
-  for (size_t i = 144; i < icc.size(); ++i) {
+  const std::string head = "\0\0\1\x58"s + std::string(8, 0) + "mntrRGB XYZ " + std::string(12, 0) +
+                           "acsp" + std::string(28, 0) + "\0\0\xF6\xD6\0\1\0\0\0\0\xD3\x2D"s +
+                           std::string(48, 0) + "\0\0\0\1wtpt\0\0\0\x90\0\0\0\xC8"s;
+  Bytes icc(head.begin(), head.end());
+  for (uint32_t seed = 1; icc.size() < 344;) {
     seed = seed * 1103515245 + 12345;
-    icc[i] = static_cast<uint8_t>(seed >> 16);
+    icc.push_back(static_cast<uint8_t>(seed >> 16));
   }
   return icc;
 }
