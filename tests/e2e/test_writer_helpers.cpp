@@ -3,32 +3,14 @@
 #include <stdio.h>
 #include <zlib.h>
 
-#include <functional>
-
 namespace e2e {
 
 namespace {
 
-bool ReadAll(png_structp png, png_infop info, int transforms) {
+bool ReadAll(png_structp png, png_infop info) {
   if (setjmp(png_jmpbuf(png))) return false;
-  png_read_png(png, info, transforms, nullptr);
+  png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
   return true;
-}
-
-// Reads the whole stream with `transforms` and hands the result to `collect`; false when libpng
-// fails.
-bool Read(const samples::Bytes& png, int transforms,
-          const std::function<void(png_structp, png_infop)>& collect) {
-  FILE* file = fmemopen(const_cast<uint8_t*>(png.data()), png.size(), "rb");
-  if (file == nullptr) return false;
-  png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(reader);
-  png_init_io(reader, file);
-  const bool ok = ReadAll(reader, info, transforms);
-  if (ok) collect(reader, info);
-  png_destroy_read_struct(&reader, &info, nullptr);
-  fclose(file);
-  return ok;
 }
 
 void CollectChunks(png_structp png, png_infop info, ReadBack& out) {
@@ -59,17 +41,6 @@ void CollectChunks(png_structp png, png_infop info, ReadBack& out) {
   const size_t rowBytes = png_get_rowbytes(png, info);
   png_bytepp rows = png_get_rows(png, info);
   for (png_uint_32 y = 0; y < out.height; ++y) out.rows.emplace_back(rows[y], rows[y] + rowBytes);
-}
-
-void CollectRgba(png_structp png, png_infop info, ReadBack& out) {
-  const int channels = png_get_channels(png, info);
-  png_bytepp rows = png_get_rows(png, info);
-  for (png_uint_32 y = 0; y < out.height; ++y) {
-    for (png_uint_32 x = 0; x < out.width; ++x) {
-      const png_bytep p = rows[y] + x * channels;
-      out.rgba.insert(out.rgba.end(), {p[0], p[1], p[2], channels == 4 ? p[3] : uint8_t{255}});
-    }
-  }
 }
 
 }  // namespace
@@ -119,10 +90,16 @@ std::string RaisedMessage() {
 
 ReadBack ReadWithLibpng(const samples::Bytes& png) {
   ReadBack out;
-  out.ok = Read(png, PNG_TRANSFORM_IDENTITY,
-                [&](png_structp p, png_infop info) { CollectChunks(p, info, out); }) &&
-           Read(png, PNG_TRANSFORM_EXPAND | PNG_TRANSFORM_GRAY_TO_RGB | PNG_TRANSFORM_STRIP_16,
-                [&](png_structp p, png_infop info) { CollectRgba(p, info, out); });
+  FILE* file = fmemopen(const_cast<uint8_t*>(png.data()), png.size(), "rb");
+  if (file == nullptr) return out;
+  png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(reader);
+  png_init_io(reader, file);
+  out.ok = ReadAll(reader, info);
+  if (out.ok) CollectChunks(reader, info, out);
+  png_destroy_read_struct(&reader, &info, nullptr);
+  fclose(file);
+  if (out.ok) out.rgba = samples::DecodeRGBA(png, &out.width, &out.height);
   return out;
 }
 

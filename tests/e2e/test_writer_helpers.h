@@ -1,5 +1,5 @@
-// A PNGWriterKRV for the tests, the writing sequence they share, and the output read back with
-// libpng: chunks, raw rows and pixels.
+// A PNGWriterKRV for the tests, the writing sequence they share, and the output read back:
+// chunks, raw rows and pixels.
 #pragma once
 
 #include <png.h>
@@ -56,7 +56,7 @@ struct ReadBack {
   png_uint_32 physX = 0, physY = 0;
   int physUnit = -1;
   std::vector<samples::Bytes> rows;  // as stored, interlacing undone
-  samples::Bytes rgba;               // libpng's expansion to 8-bit RGBA
+  samples::Bytes rgba;               // 8-bit RGBA, decoded by libspng
 };
 
 ReadBack ReadWithLibpng(const samples::Bytes& png);

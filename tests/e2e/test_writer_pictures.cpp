@@ -1,8 +1,7 @@
 // Pictures to rows: the RGB, grey and palette loaders of PNGWriterKRV over every pixel storage of
-// the host, and the PNG suite written back through pictures and masks.
-#include <filesystem>
-#include <functional>
-#include <map>
+// the host, with masks, and their failures; and the tool's encode command, which goes through them.
+#include <tuple>
+#include <utility>
 
 #include "tests/e2e/test_writer_helpers.h"
 
@@ -19,43 +18,17 @@ class WriterPictures : public PluginTest {
   }
 };
 
-// An opaque picture of the RGB of `rgba`, and a mask of grey 255 − alpha when any alpha is below
-// 255 (or `forceMask`).
+// An opaque picture of the RGB of `rgba`, with an alpha channel or not, and a mask of its alphas.
 struct Source {
-  Source(uint32_t width, uint32_t height, const Bytes& rgba, bool forceMask = false,
-         bool alphaChannel = false) {
-    std::string opaque(rgba.begin(), rgba.end()), mask;
-    bool translucent = forceMask;
-    for (size_t i = 0; i < rgba.size(); i += 4) {
-      opaque[i + 3] = '\xFF';
-      mask.append(3, static_cast<char>(255 - rgba[i + 3])).push_back('\xFF');
-      translucent = translucent || rgba[i + 3] != 255;
-    }
+  Source(uint32_t width, uint32_t height, const Bytes& rgba, bool alphaChannel = false) {
     emu::PictureOptions options;
     options.alphaChannel = alphaChannel;
-    picture = Host().MakePicture(width, height, opaque, options);
-    if (translucent) this->mask = Host().MakePicture(width, height, mask);
+    const Bytes opaque = Colours(rgba, false), greys = MaskOf(rgba);
+    picture = Host().MakePicture(width, height, std::string(opaque.begin(), opaque.end()), options);
+    mask = Host().MakePicture(width, height, std::string(greys.begin(), greys.end()));
   }
   emu::Value picture, mask;
 };
-
-// What a loader keeps of the RGBA that went in: alpha only with a mask, and for the grey loaders
-// the grey levels given (one a pixel) in place of the colours.
-Bytes Expected(const Bytes& rgba, const Bytes& greys, bool alpha) {
-  Bytes out;
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const bool grey = !greys.empty();
-    const uint8_t g = grey ? greys[i / 4] : 0;
-    out.insert(out.end(), {grey ? g : rgba[i], grey ? g : rgba[i + 1], grey ? g : rgba[i + 2],
-                           alpha ? rgba[i + 3] : uint8_t{255}});
-  }
-  return out;
-}
-
-Bytes Write(Writer& w, const std::string& file = "") {
-  SetHeaderAndPalette(w);
-  return WriteStream(w, file);
-}
 
 struct Loader {
   const char* method;
@@ -74,37 +47,35 @@ const Bytes kPixels = {255, 255, 255, 255, 255, 0,   0,   0,  0, 255, 0, 127,
 // Their grey levels: (77 R + 151 G + 28 B) / 256, truncated.
 const Bytes kGreys = {255, 76, 150, 27, 128, 1};
 
-// A storage the loaders read from: the alpha info and row padding set on the host, whether the
-// picture has an alpha channel, and the format it is then stored in.
-struct Storage {
-  int alphaInfo, padding;
-  bool alphaChannel;
-  int format;
-};
+// What a loader keeps of kPixels: the alphas only with a mask, grey levels for the grey loaders.
+Bytes Expected(bool grey, bool alpha) {
+  Bytes out;
+  for (size_t i = 0; i < kPixels.size(); i += 4) {
+    for (size_t c = 0; c < 3; ++c) out.push_back(grey ? kGreys[i / 4] : kPixels[i + c]);
+    out.push_back(alpha ? kPixels[i + 3] : 255);
+  }
+  return out;
+}
 
-// Linux desktop hosts: cairo RGB24 (10) and, for pictures with alpha channel, ARGB32 (9); macOS
-// desktop hosts: the six bitmap-context layouts; each with and without 12 bytes of row padding.
-// Elsewhere the host's one storage, gd true colour (8).
-std::vector<Storage> Storages() {
-  if (!Desktop()) return {{2, 0, false, 8}};
-  std::vector<Storage> storages;
-  for (int padding : {0, 12}) {
-    if (Profile().platform == emu::Platform::Linux) {
-      storages.push_back({2, padding, false, 10});
-      storages.push_back({2, padding, true, 9});
-      continue;
+// The host's storages of new pictures, and on Linux desktop hosts each again for pictures with an
+// alpha channel: cairo ARGB32 (9) where the others are RGB24.
+std::vector<std::pair<PictureStorage, bool>> Storages() {
+  std::vector<std::pair<PictureStorage, bool>> storages;
+  for (const PictureStorage& s : PictureStorages()) {
+    storages.push_back({s, false});
+    if (Desktop() && Profile().platform == emu::Platform::Linux) {
+      storages.push_back({{s.alphaInfo, s.padding, 9}, true});
     }
-    for (int alpha = 1; alpha <= 6; ++alpha) storages.push_back({alpha, padding, false, alpha});
   }
   return storages;
 }
 
 TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
-  for (const Storage& storage : Storages()) {
+  for (const auto& [storage, alphaChannel] : Storages()) {
     if (Desktop()) Host().SetPictureFormat(storage.alphaInfo, storage.padding);
     SCOPED_TRACE(::testing::Message() << "alpha info " << storage.alphaInfo << " padding "
-                                      << storage.padding << " alpha " << storage.alphaChannel);
-    const Source source(3, 2, kPixels, true, storage.alphaChannel);
+                                      << storage.padding << " alpha " << alphaChannel);
+    const Source source(3, 2, kPixels, alphaChannel);
     ASSERT_EQ(Host().RawPicture(source.picture).format, storage.format);
     for (const Loader& l : kLoaders) {
       Writer w;
@@ -112,8 +83,8 @@ TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
       EXPECT_EQ(std::make_tuple(w.Int("Type"), w.Int("bpc"), w.Int("Rowbytes"), w.Int("Width"),
                                 w.Int("Height")),
                 std::make_tuple(l.type, l.bpc, 3 * l.bpc, RBInteger{3}, RBInteger{2}));
-      EXPECT_EQ(ReadWithLibpng(Write(w)).rgba, Expected(kPixels, l.grey ? kGreys : Bytes(), l.mask))
-          << l.method;
+      SetHeaderAndPalette(w);
+      EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rgba, Expected(l.grey, l.mask)) << l.method;
     }
     Writer w;
     // Red twice: the lower index wins. 1, 2, 3 is missing and takes index 0.
@@ -122,12 +93,13 @@ TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
                                                        0x00FF00, 0xFFFFFF, 0x01FF00FF})}));
     ASSERT_TRUE(w.Ok("SetPalettePicture", {source.picture}));
     EXPECT_EQ(w.Int("Type"), 3);
-    EXPECT_EQ(ReadWithLibpng(Write(w)).rows, std::vector<Bytes>({{5, 1, 4}, {0, 3, 0}}));
+    SetHeaderAndPalette(w);
+    EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rows, std::vector<Bytes>({{5, 1, 4}, {0, 3, 0}}));
   }
 }
 
 TEST_F(WriterPictures, BadPicturesAndMasks) {
-  const Source source(3, 2, kPixels, true), small(2, 2, Bytes(16, 9), true);
+  const Source source(3, 2, kPixels), small(2, 2, Bytes(16, 9));
   Writer w;
   for (const char* method : {"SetRGBPicture", "SetGrayPicture", "SetPalettePicture"}) {
     EXPECT_FALSE(w.Ok(method, {kNil}));
@@ -153,61 +125,81 @@ TEST_F(WriterPictures, BadPicturesAndMasks) {
   EXPECT_FALSE(Host().LastException());
 }
 
-// The colours of `rgba` with their alphas, padded to a full table of 256 with opaque black; false
-// for more than 256 colours or a colour with two alphas.
-bool PaletteOf(const Bytes& rgba, std::vector<RBColor>& colours, std::vector<RBInteger>& alphas) {
-  std::map<RBColor, RBInteger> table;
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const RBColor c = RBColor{rgba[i]} << 16 | RBColor{rgba[i + 1]} << 8 | rgba[i + 2];
-    if (table.emplace(c, rgba[i + 3]).first->second != rgba[i + 3]) return false;
-  }
-  for (const auto& [colour, alpha] : table) {
-    colours.push_back(colour);
-    alphas.push_back(alpha);
-  }
-  colours.resize(256, 0);
-  alphas.resize(256, 255);
-  return table.size() <= 256;
+// pngkrv encode: PAM and PNG input through host pictures and PNGWriterKRV, its options, and its
+// failures.
+Bytes Decoded(const std::string& path) {
+  uint32_t width = 0, height = 0;
+  return samples::DecodeRGBA(samples::ReadFile(path), &width, &height);
 }
 
-TEST_F(WriterPictures, PngSuiteRoundTrips) {
-  const std::string dir = PngSuiteDir();
-  if (dir.empty()) GTEST_SKIP() << "no PNG suite";
-  size_t images = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    const std::string name = entry.path().filename();
-    if (entry.path().extension() != ".png" || name[0] == 'x') continue;
-    ++images;
-    uint32_t width = 0, height = 0;
-    const Bytes rgba = samples::DecodeRGBA(samples::ReadFile(entry.path()), &width, &height);
-    const Source s(width, height, rgba);
-    // Each type the content allows, to memory and to a file: the same stream, the same pixels.
-    const auto check = [&](const char* type, const std::function<void(Writer&)>& load,
-                           const Bytes& expected) {
-      Writer memory, toFile;
-      load(memory);
-      load(toFile);
-      const Bytes png = Write(memory);
-      TempFile file({});
-      EXPECT_EQ(Write(toFile, file.path), png) << name << " " << type;
-      EXPECT_EQ(ReadWithLibpng(png).rgba, expected) << name << " " << type;
-    };
-    // The grey levels are pinned by the test above; here the colour loaders and the palette.
-    for (const Loader& l : kLoaders) {
-      if (l.grey || (l.mask && s.mask.IsNil())) continue;
-      const auto load = [&](Writer& w) { w.Ok(l.method, {s.picture, l.mask ? s.mask : kNil}); };
-      check(l.method, load, Expected(rgba, Bytes(), l.mask));
-    }
-    std::vector<RBColor> colours;
-    std::vector<RBInteger> alphas;
-    if (!PaletteOf(rgba, colours, alphas)) continue;
-    const auto load = [&](Writer& w) {
-      w.Ok("SetAlphaData", {Host().MakeIntegerArray(alphas), Host().MakeColorArray(colours)});
-      w.Ok("SetPalettePicture", {s.picture});
-    };
-    check("palette", load, rgba);
+class WriterTool : public PluginTest {
+ protected:
+  void SetUp() override {
+    // The tool runs a process of its own; one profile of each application kind covers it.
+    if (!FullServiceHost() || Profile().app == emu::AppKind::Web) GTEST_SKIP();
+    if (PngSuiteDir().empty()) GTEST_SKIP() << "no PNG suite";
   }
-  EXPECT_GT(images, 150u);
+  ToolRun Encode(const std::string& arguments) {
+    return RunTool("--host " + Profile().name + " encode " + arguments);
+  }
+  std::string Suite(const char* name) { return PngSuiteDir() + "/" + name; }
+  TempFile out{{}};
+};
+
+TEST_F(WriterTool, TypesDestinationsAndChunks) {
+  // Input, options -> the colour type written. Grey levels are the writer's own (pinned where it
+  // is tested); colours come through.
+  const std::tuple<const char*, const char*, int> kCases[] = {
+      {"basn6a08.png", "", 6},
+      {"basi4a08.png", "--type graya --interlace", 4},
+      {"basn2c08.png", "--type gray --to-string", 0},
+      {"basn3p08.png", "--type palette --to-string", 3},
+      {"tbbn3p08.png", "--type palette --alphas", 3},
+      {"basn6a08.png", "--type rgb", 2}};
+  for (const auto& [file, options, colorType] : kCases) {
+    const ToolRun run = Encode(std::string(options) + " " + Suite(file) + " " + out.path);
+    ASSERT_EQ(run.status, 0) << file << " " << run.output;
+    Bytes in = Decoded(Suite(file));
+    const Bytes got = Decoded(out.path);
+    ASSERT_EQ(got.size(), in.size());
+    for (size_t i = 0; i < in.size(); i += 4) {
+      if (colorType == 0 || colorType == 4) in[i] = in[i + 1] = in[i + 2] = got[i];
+      if (colorType == 2) in[i + 3] = 255;
+    }
+    EXPECT_EQ(got, in) << file << " " << options;
+    EXPECT_EQ(ReadWithLibpng(samples::ReadFile(out.path)).colorType, colorType) << options;
+  }
+
+  const Bytes rgba = Decoded(Suite("basn6a08.png"));
+  const TempFile pam(samples::EncodePAM(32, 32, rgba));
+  ASSERT_EQ(Encode(pam.path + " " + out.path).status, 0);
+  EXPECT_EQ(Decoded(out.path), rgba) << "PAM input with its alpha as the mask";
+
+  const ToolRun run = Encode("--dpi 300 --gamma 2.2 --srgb 2 --filter 0x20 --level 9 " +
+                             Suite("basn2c08.png") + " " + out.path);
+  ASSERT_EQ(run.status, 0) << run.output;
+  const ReadBack back = ReadWithLibpng(samples::ReadFile(out.path));
+  EXPECT_EQ(std::make_tuple(back.physX, back.physUnit, back.srgbIntent),
+            std::make_tuple(11811u, 1, 2));
+  EXPECT_NEAR(back.gamma, 1 / 2.2, 1e-5);
+}
+
+TEST_F(WriterTool, Failures) {
+  const TempFile profile(samples::ReadFile(Suite("basn2c08.png")));  // libpng refuses the bytes
+  const std::string in = Suite("basn2c08.png"), to = " " + out.path;
+  const std::tuple<std::string, int, const char*> cases[] = {
+      {"--icc Name " + profile.path + " " + in + to, 1, "error: "},
+      {"--type palette " + Suite("basn2c16.png") + to, 1, "more than 256 colours"},
+      {"--type cmyk " + in + to, 1, ""},
+      {"--filter x " + in + to, 1, ""},
+      {"--icc Name " + in + to, 2, ""},
+      {"/nonexistent.pam" + to, 1, ""},
+      {in + " /nonexistent/dir/out.png", 1, ""}};
+  for (const auto& [arguments, status, message] : cases) {
+    const ToolRun run = Encode(arguments);
+    EXPECT_EQ(run.status, status) << arguments;
+    EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+  }
 }
 
 }  // namespace
