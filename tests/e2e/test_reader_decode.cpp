@@ -75,23 +75,15 @@ TEST_F(ReaderDecode, EveryFormatMatchesAnIndependentDecoder) {
 // The file gamma of a ramp that carries an sRGB chunk and no gAMA chunk.
 constexpr double kSRGB = -2.0;
 
-// A grey ramp of 256 samples, one per pixel, with a gAMA chunk of `fileGamma` (none for 0) or an
-// sRGB chunk.
-samples::Image Ramp(double fileGamma) {
+// The red samples of a grey ramp of 256 pixels with a gAMA chunk of `fileGamma` (none for 0) or
+// an sRGB chunk, decoded with ApplyOptions(gamma, screen gamma).
+Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
   samples::Image image = samples::Pattern(256, 1, 8, 0, false);
   for (int x = 0; x < 256; ++x) image.rows[0][x] = static_cast<uint8_t>(x);
-  if (fileGamma == kSRGB) {
-    image.chunks.srgbIntent = 0;
-  } else {
-    image.chunks.gamma = fileGamma;
-  }
-  return image;
-}
-
-// The red samples of a ramp decoded with ApplyOptions(gamma, screen gamma).
-Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
+  image.chunks.srgbIntent = fileGamma == kSRGB ? 0 : -1;
+  image.chunks.gamma = fileGamma == kSRGB ? 0.0 : fileGamma;
   Reader reader;
-  if (!reader.OpenData(samples::Encode(Ramp(fileGamma))) ||
+  if (!reader.OpenData(samples::Encode(image)) ||
       !reader.Ok("ApplyOptions", {gamma, screenGamma})) {
     return {};
   }

@@ -7,24 +7,16 @@ namespace {
 
 using samples::Bytes;
 
-class ReaderRows : public PluginTest {
- protected:
-  // A reader set up on `png`, and a block of exactly one row.
-  void SetUpReader(const Bytes& png) {
-    ASSERT_TRUE(reader.OpenData(png));
-    ASSERT_TRUE(reader.Ok("ApplyOptions", {-1.0}));
-    block = Host().NewMemoryBlock(reader.Call("RowBytes").AsInteger());
-  }
-  // The fixture's values go before the audit of PluginTest::TearDown.
-  void TearDown() override {
-    reader.object = emu::Value();
-    block = emu::Value();
-    PluginTest::TearDown();
-  }
+class ReaderRows : public PluginTest {};
 
-  Reader reader;
-  emu::Value block;
-};
+// A block of exactly one row of a reader set up on a small RGB image.
+emu::Value SetUpReader(Reader& reader) {
+  if (!reader.OpenData(samples::Encode(samples::Pattern(4, 2, 8, 2, false))) ||
+      !reader.Ok("ApplyOptions", {-1.0})) {
+    return emu::Value();
+  }
+  return Host().NewMemoryBlock(reader.Call("RowBytes").AsInteger());
+}
 
 // The row is read whole, then its alphas (or 255 − alpha) are packed at the start of the block.
 TEST_F(ReaderRows, AlphaAndMaskRowsCompactInPlace) {
@@ -53,8 +45,15 @@ TEST_F(ReaderRows, AlphaAndMaskRowsCompactInPlace) {
   }
 }
 
-TEST_F(ReaderRows, ReadingPastTheLastRowFails) {
-  SetUpReader(samples::Encode(samples::Pattern(4, 2, 8, 2, false)));
+// A nil block or one too small for a row is refused rather than overrun, and the row stays unread.
+TEST_F(ReaderRows, BadBlocksAndReadingPastTheLastRow) {
+  Reader reader;
+  const emu::Value block = SetUpReader(reader);
+  for (const char* method : {"ReadRow", "ReadRowMaskOnly", "ReadRowAlphaOnly"}) {
+    EXPECT_FALSE(reader.Ok(method, {emu::Value::AdoptObject(nullptr)})) << method;
+    EXPECT_FALSE(Host().LastException()) << method;
+  }
+  EXPECT_FALSE(reader.Ok("ReadRow", {Host().NewMemoryBlock(15)}));
   EXPECT_TRUE(reader.Ok("ReadRow", {block}));
   EXPECT_TRUE(reader.Ok("ReadRow", {block}));
   EXPECT_TRUE(reader.errors.empty());
@@ -65,26 +64,12 @@ TEST_F(ReaderRows, ReadingPastTheLastRowFails) {
   EXPECT_EQ(reader.errors.size(), 3u);
 }
 
-TEST_F(ReaderRows, NilAndShortBlocks) {
-  SetUpReader(samples::Encode(samples::Pattern(4, 2, 8, 2, false)));
-  emu::Value nil = emu::Value::AdoptObject(nullptr);
-  for (const char* method : {"ReadRow", "ReadRowMaskOnly", "ReadRowAlphaOnly"}) {
-    EXPECT_FALSE(reader.Ok(method, {nil})) << method;
-    EXPECT_FALSE(Host().LastException()) << method;
-  }
-  // A block too small for one row is refused rather than overrun, and the row stays unread.
-  EXPECT_FALSE(reader.Ok("ReadRow", {Host().NewMemoryBlock(15)}));
-  EXPECT_TRUE(reader.Ok("ReadRow", {block}));
-  EXPECT_TRUE(reader.Ok("ReadRow", {block}));
-  EXPECT_TRUE(reader.errors.empty());
-}
-
 TEST_F(ReaderRows, RowsBeforeOpeningOrSetUpFail) {
+  Reader reader;
   EXPECT_TRUE(reader.Call("ReadRow").IsNil());
   EXPECT_EQ(reader.Call("RowBytes").AsInteger(), 0);
   ASSERT_TRUE(reader.OpenData(samples::Encode(samples::Pattern(4, 2, 8, 2, false))));
-  block = Host().NewMemoryBlock(64);
-  EXPECT_FALSE(reader.Ok("ReadRow", {block}));
+  EXPECT_FALSE(reader.Ok("ReadRow", {Host().NewMemoryBlock(64)}));
   EXPECT_EQ(reader.errors.size(), 1u);
 }
 
