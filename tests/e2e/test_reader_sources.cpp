@@ -1,5 +1,5 @@
 // Opening a reader from data and files, and how failures reach user code: the Error event, false
-// or nil results, and no exception but the specified ones.
+// or nil results, and no exception.
 #include <png.h>
 
 #include <tuple>
