@@ -1,9 +1,8 @@
-// "CgBIToPNGStringKRV" on CgBI files made the way Apple's iOS tool makes them (premultiplied
-// blue-green-red-alpha pixels, one raw deflate stream over several IDAT chunks, an empty IEND):
-// the standard PNG stream it returns decodes, with libspng and with the plug-in's own reader, to
-// the original pixels; data it can't convert gives "".
+// "CgBIToPNGStringKRV" on CgBI files as Apple's iOS tool makes them: the PNG stream it returns
+// decodes, with libspng and with the plug-in's own reader, to the original pixels; else "".
 #include <png.h>
-#include <stdlib.h>
+
+#include <algorithm>
 
 #include "tests/e2e/Fixture.h"
 
@@ -13,8 +12,8 @@ namespace {
 using samples::Bytes;
 using samples::Chunk;
 
-// Known pixels whose colour survives premultiplication to within ±1: alpha 0, 255 or from 128
-// up over any colour; lower alphas only over black and white, which survive exactly.
+// Pixels that survive premultiplication exactly: alpha 0 or 255 over any colour, other alphas
+// over black and white (rounding is for the unit tests of the converter).
 samples::Image Translucent(uint32_t width, uint32_t height, int colorType, bool interlaced) {
   samples::Image image = samples::Pattern(width, height, 8, colorType, interlaced);
   if (colorType != PNG_COLOR_TYPE_RGB_ALPHA) return image;
@@ -23,7 +22,7 @@ samples::Image Translucent(uint32_t width, uint32_t height, int colorType, bool 
     for (uint32_t x = 0; x < width; ++x) {
       uint8_t* p = &image.rows[y][4 * x];
       p[3] = alphas[(x + 3 * y) % std::size(alphas)];
-      if (p[3] == 0 || p[3] >= 128) continue;
+      if (p[3] == 0 || p[3] == 255) continue;
       for (int c = 0; c < 3; ++c) p[c] = p[c] < 128 ? 0 : 255;
     }
   }
@@ -34,9 +33,7 @@ samples::Image Translucent(uint32_t width, uint32_t height, int colorType, bool 
 Bytes Convert(const Bytes& data) {
   const emu::Value png = Host().CallGlobal("CgBIToPNGStringKRV", {Str(data)});
   EXPECT_FALSE(Host().LastException());
-  if (!png.IsNil()) {
-    EXPECT_EQ(png.Encoding(), kREALTextEncodingUnknown);
-  }
+  EXPECT_TRUE(png.IsNil() || png.Encoding() == kREALTextEncodingUnknown);
   const std::string bytes = png.Bytes();
   return Bytes(bytes.begin(), bytes.end());
 }
@@ -47,35 +44,12 @@ std::vector<std::string> ChunkTypes(const Bytes& png) {
   return types;
 }
 
-// Alpha exact; colour exact where opaque, 0 where transparent, within ±1 in between.
-void ExpectOriginal(const Bytes& got, const Bytes& original, const char* decoder) {
-  ASSERT_EQ(got.size(), original.size()) << decoder;
-  int reported = 0;
-  for (size_t i = 0; i < original.size() && reported < 5; i += 4) {
-    const int alpha = original[i + 3];
-    const int slack = alpha == 0 || alpha == 255 ? 0 : 1;
-    bool same = got[i + 3] == alpha;
-    for (size_t c = 0; c < 3; ++c) {
-      const int expected = alpha == 0 ? 0 : original[i + c];
-      same = same && abs(got[i + c] - expected) <= slack;
-    }
-    if (same) continue;
-    ++reported;
-    ADD_FAILURE() << decoder << ": pixel " << i / 4 << " is " << int{got[i]} << ","
-                  << int{got[i + 1]} << "," << int{got[i + 2]} << "," << int{got[i + 3]} << ", was "
-                  << int{original[i]} << "," << int{original[i + 1]} << "," << int{original[i + 2]}
-                  << "," << alpha;
-  }
-}
-
 struct Case {
   const char* what;
-  uint32_t width;
-  uint32_t height;
+  uint32_t width, height;
   int colorType;
   bool interlaced;
-  int filters;  // the filters the rows were stored with
-  int parts;    // IDAT chunks
+  int filters, parts;  // the filters the rows were stored with, and IDAT chunks
 };
 
 const Case kCases[] = {
@@ -100,18 +74,20 @@ TEST_F(CgbiToPNG, DecodesToTheOriginalPixels) {
     samples::Image image = Translucent(c.width, c.height, c.colorType, c.interlaced);
     image.chunks.gamma = 1 / 2.2;
     uint32_t w = 0, h = 0;
-    const Bytes original = samples::DecodeRGBA(samples::Encode(image), &w, &h);
+    Bytes original = samples::DecodeRGBA(samples::Encode(image), &w, &h);
+    for (size_t i = 0; i < original.size(); i += 4) {
+      if (original[i + 3] == 0) std::fill_n(&original[i], 3, 0);  // premultiplied away
+    }
     samples::Image stored = samples::CgBIPixels(image);
     stored.filters = c.filters;
     const Bytes cgbi = samples::CgBIFile(stored, c.parts, {samples::MakeChunk("tEXt", {'k', 0})});
-    ASSERT_EQ(ChunkTypes(cgbi).size(), 5u + c.parts);  // CgBI, IHDR, gAMA, tEXt, IEND
 
     const Bytes png = Convert(cgbi);
     const std::vector<std::string> chunks = {"IHDR", "gAMA", "tEXt", "IDAT", "IEND"};
     EXPECT_EQ(ChunkTypes(png), chunks);
-    ExpectOriginal(samples::DecodeRGBA(png, &w, &h), original, "libspng");
+    EXPECT_EQ(samples::DecodeRGBA(png, &w, &h), original) << "libspng";
     Reader reader;
-    ExpectOriginal(DecodeThroughRows(reader, png, -1.0), original, "the plug-in's reader");
+    EXPECT_EQ(DecodeThroughRows(reader, png, -1.0), original) << "the plug-in's reader";
     EXPECT_EQ(reader.Int("InterlaceType"), c.interlaced ? 1 : 0);
     EXPECT_TRUE(reader.errors.empty() && reader.warnings.empty());
   }
@@ -136,10 +112,11 @@ TEST_F(CgbiToPNG, DataThatDoesNotConvertGivesEmpty) {
   const Bytes good = samples::CgBIFile(samples::CgBIPixels(image), 3, {});
   ASSERT_FALSE(Convert(good).empty());
   const std::vector<Chunk> chunks = samples::SplitChunks(good);  // CgBI, IHDR, 3 × IDAT, IEND
-  Chunk badHeader = chunks[1];
-  badHeader.crc ^= 1;
-  Chunk badData = chunks[3];
-  badData.crc ^= 1;
+  const auto badCRC = [&](size_t index) {
+    Chunk chunk = chunks[index];
+    chunk.crc ^= 1;
+    return WithChunk(good, index, chunk);
+  };
   std::vector<Chunk> zlibData = samples::SplitChunks(samples::Encode(image));
   zlibData.insert(zlibData.begin(), chunks[0]);
   const struct {
@@ -151,8 +128,8 @@ TEST_F(CgbiToPNG, DataThatDoesNotConvertGivesEmpty) {
       {"a standard PNG: no CgBI chunk", samples::Encode(image)},
       {"a CgBI chunk before zlib image data", samples::JoinChunks(zlibData)},
       {"no CgBI chunk before the header", WithChunk(good, 0, samples::MakeChunk("tEXt", {'k', 0}))},
-      {"a wrong CRC of the header", WithChunk(good, 1, badHeader)},
-      {"a wrong CRC of image data", WithChunk(good, 3, badData)},
+      {"a wrong CRC of the header", badCRC(1)},
+      {"a wrong CRC of image data", badCRC(3)},
       {"cut inside an IDAT chunk", Bytes(good.begin(), good.end() - 20)},
       {"a tail too short for a chunk", Bytes(good.begin(), good.end() - 6)},
       {"a header one row taller: the image data ends early",

@@ -20,34 +20,27 @@ struct Format {
 
 // Every colour type at every depth PNG allows, with and without a tRNS chunk where it may stand.
 std::vector<Format> AllFormats() {
+  const std::pair<int, std::vector<int>> kDepths[] = {
+      {0, {1, 2, 4, 8, 16}}, {2, {8, 16}}, {3, {1, 2, 4, 8}}, {4, {8, 16}}, {6, {8, 16}}};
   std::vector<Format> formats;
-  for (int depth : {1, 2, 4, 8, 16}) formats.push_back({0, depth, false});
-  for (int depth : {1, 2, 4, 8, 16}) formats.push_back({0, depth, true});
-  for (int depth : {8, 16}) formats.push_back({2, depth, false});
-  for (int depth : {8, 16}) formats.push_back({2, depth, true});
-  for (int depth : {1, 2, 4, 8}) formats.push_back({3, depth, false});
-  for (int depth : {1, 2, 4, 8}) formats.push_back({3, depth, true});
-  for (int depth : {8, 16}) formats.push_back({4, depth, false});
-  for (int depth : {8, 16}) formats.push_back({6, depth, false});
+  for (const auto& [colorType, depths] : kDepths) {
+    for (int depth : depths) {
+      formats.push_back({colorType, depth, false});
+      if (colorType < 4) formats.push_back({colorType, depth, true});
+    }
+  }
   return formats;
 }
 
-samples::Image MakeImage(const Format& f, bool interlaced, uint32_t width = 13,
-                         uint32_t height = 11) {
-  samples::Image image = samples::Pattern(width, height, f.bitDepth, f.colorType, interlaced);
+// The grey and RGB tRNS chunks make black transparent, and pixel (0, 0) is black.
+samples::Image MakeImage(const Format& f, bool interlaced) {
+  samples::Image image = samples::Pattern(13, 11, f.bitDepth, f.colorType, interlaced);
   if (f.transparency && f.colorType == 3) {
     image.transparency = {0, 90, 180};
     image.transparency.resize(std::min<size_t>(3, size_t{1} << f.bitDepth));
   } else if (f.transparency) {
-    // The colour of pixel (0, 0), so at least one pixel turns transparent.
-    const int channels = f.colorType == 2 ? 3 : 1;
-    for (int c = 0; c < channels; ++c) {
-      uint32_t v = f.bitDepth == 16  ? image.rows[0][2 * c] << 8 | image.rows[0][2 * c + 1]
-                   : f.bitDepth == 8 ? image.rows[0][c]
-                                     : image.rows[0][0] >> (8 - f.bitDepth);
-      image.transparency.push_back(static_cast<uint8_t>(v >> 8));
-      image.transparency.push_back(static_cast<uint8_t>(v));
-    }
+    std::fill_n(image.rows[0].begin(), f.bitDepth / 8 * 3, 0);
+    image.transparency.assign(f.colorType == 2 ? 6 : 2, 0);
   }
   return image;
 }
@@ -79,36 +72,18 @@ TEST_F(ReaderDecode, EveryFormatMatchesAnIndependentDecoder) {
   }
 }
 
-TEST_F(ReaderDecode, OneBitGreyBecomesBlackAndWhiteWithFiller) {
-  samples::Image image = samples::Pattern(8, 1, 1, 0, false);
-  image.rows[0] = {0xA0};  // 1 0 1 0 0 0 0 0
-  Reader reader;
-  const Bytes rows = DecodeThroughRows(reader, samples::Encode(image), 0.0);
-  ASSERT_EQ(rows.size(), 32u);
-  EXPECT_EQ(Bytes(rows.begin(), rows.begin() + 8), (Bytes{255, 255, 255, 255, 0, 0, 0, 255}));
-  EXPECT_EQ(Bytes(rows.begin() + 8, rows.begin() + 12), (Bytes{255, 255, 255, 255}));
-}
-
 // The file gamma of a ramp that carries an sRGB chunk and no gAMA chunk.
 constexpr double kSRGB = -2.0;
 
-// A grey ramp of 256 samples, one per pixel, with a gAMA chunk of `fileGamma` (none for 0) or an
-// sRGB chunk.
-samples::Image Ramp(double fileGamma) {
+// The red samples of a grey ramp of 256 pixels with a gAMA chunk of `fileGamma` (none for 0) or
+// an sRGB chunk, decoded with ApplyOptions(gamma, screen gamma).
+Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
   samples::Image image = samples::Pattern(256, 1, 8, 0, false);
   for (int x = 0; x < 256; ++x) image.rows[0][x] = static_cast<uint8_t>(x);
-  if (fileGamma == kSRGB) {
-    image.chunks.srgbIntent = 0;
-  } else {
-    image.chunks.gamma = fileGamma;
-  }
-  return image;
-}
-
-// The red samples of a ramp decoded with ApplyOptions(gamma, screen gamma).
-Bytes DecodedRamp(double fileGamma, double gamma, double screenGamma) {
+  image.chunks.srgbIntent = fileGamma == kSRGB ? 0 : -1;
+  image.chunks.gamma = fileGamma == kSRGB ? 0.0 : fileGamma;
   Reader reader;
-  if (!reader.OpenData(samples::Encode(Ramp(fileGamma))) ||
+  if (!reader.OpenData(samples::Encode(image)) ||
       !reader.Ok("ApplyOptions", {gamma, screenGamma})) {
     return {};
   }
@@ -152,18 +127,14 @@ TEST_F(ReaderDecode, GammaRules) {
 TEST_F(ReaderDecode, SRGBIntent) {
   samples::Image image = samples::Pattern(4, 4, 8, 2, false);
   emu::Value intent(RBInteger{7});
-  {
-    Reader reader;
-    ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
-    ASSERT_TRUE(reader.Ok("ApplyOptions"));
-    EXPECT_FALSE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)}));
-    EXPECT_EQ(intent.AsInteger(), 0);
-  }
+  Reader none;
+  EXPECT_FALSE(none.Ok("ReadsRGBTag", {emu::ByRef(intent)})) << "no stream opened";
+  ASSERT_TRUE(none.OpenData(samples::Encode(image)) && none.Ok("ApplyOptions"));
+  EXPECT_FALSE(none.Ok("ReadsRGBTag", {emu::ByRef(intent)}));
+  EXPECT_EQ(intent.AsInteger(), 0);
   image.chunks.srgbIntent = 2;
   Reader reader;
-  EXPECT_FALSE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)})) << "no stream opened";
-  ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
-  ASSERT_TRUE(reader.Ok("ApplyOptions"));
+  ASSERT_TRUE(reader.OpenData(samples::Encode(image)) && reader.Ok("ApplyOptions"));
   EXPECT_TRUE(reader.Ok("ReadsRGBTag", {emu::ByRef(intent)}));
   EXPECT_EQ(intent.AsInteger(), 2);
 }
@@ -173,27 +144,16 @@ TEST_F(ReaderDecode, SRGBIntent) {
 Bytes MinimalProfile() {
   Bytes p(400, 0);
   for (size_t i = 164; i < p.size(); ++i) p[i] = static_cast<uint8_t>(i * 2654435761u >> 13);
-  auto put = [&](size_t at, const char* four) { memcpy(&p[at], four, 4); };
-  auto put32 = [&](size_t at, uint32_t v) {
+  const std::pair<size_t, const char*> kCodes[] = {{12, "mntr"}, {16, "RGB "},  {20, "XYZ "},
+                                                   {36, "acsp"}, {132, "wtpt"}, {144, "XYZ "}};
+  for (const auto& [at, code] : kCodes) memcpy(&p[at], code, 4);
+  // Size, version, the illuminant, one tag (at 144, 20 bytes) and its XYZ value.
+  const std::pair<size_t, uint32_t> kWords[] = {
+      {0, 400},   {8, 0x02100000}, {68, 0xF6D6},  {72, 0x10000},  {76, 0xD32D}, {128, 1},
+      {136, 144}, {140, 20},       {152, 0xF6D6}, {156, 0x10000}, {160, 0xD32D}};
+  for (const auto& [at, v] : kWords) {
     for (int i = 0; i < 4; ++i) p[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
-  };
-  put32(0, 400);
-  put32(8, 0x02100000);
-  put(12, "mntr");
-  put(16, "RGB ");
-  put(20, "XYZ ");
-  put(36, "acsp");
-  put32(68, 0x0000F6D6);
-  put32(72, 0x00010000);
-  put32(76, 0x0000D32D);
-  put32(128, 1);  // one tag: the media white point, an XYZ value at offset 144
-  put(132, "wtpt");
-  put32(136, 144);
-  put32(140, 20);
-  put(144, "XYZ ");
-  put32(152, 0x0000F6D6);
-  put32(156, 0x00010000);
-  put32(160, 0x0000D32D);
+  }
   return p;
 }
 
@@ -202,24 +162,20 @@ TEST_F(ReaderDecode, ICCProfile) {
   emu::Value name = Host().MakeString("stale");
   emu::Value profile = Host().MakeString("stale");
   emu::Value compression(RBInteger{9});
-  {
-    SCOPED_TRACE("no profile: the byref arguments are cleared");
-    Reader reader;
-    ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
-    ASSERT_TRUE(reader.Ok("ApplyOptions"));
-    EXPECT_FALSE(reader.Ok("ReadICCProfile",
-                           {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)}));
-    EXPECT_TRUE(name.IsNil());
-    EXPECT_TRUE(profile.IsNil());
-    EXPECT_EQ(compression.AsInteger(), 0);
-  }
+  const auto read = [&](Reader& reader) {
+    return reader.OpenData(samples::Encode(image)) && reader.Ok("ApplyOptions") &&
+           reader.Ok("ReadICCProfile",
+                     {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)});
+  };
+  Reader none;
+  EXPECT_FALSE(read(none));
+  EXPECT_TRUE(name.IsNil()) << "no profile: the byref arguments are cleared";
+  EXPECT_TRUE(profile.IsNil());
+  EXPECT_EQ(compression.AsInteger(), 0);
   image.chunks.iccName = "Test RGB";
   image.chunks.iccProfile = MinimalProfile();
   Reader reader;
-  ASSERT_TRUE(reader.OpenData(samples::Encode(image)));
-  ASSERT_TRUE(reader.Ok("ApplyOptions"));
-  EXPECT_TRUE(reader.Ok("ReadICCProfile",
-                        {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)}));
+  EXPECT_TRUE(read(reader));
   EXPECT_EQ(name.Text(), "Test RGB");
   EXPECT_EQ(name.Encoding(), static_cast<uint32_t>(kREALTextEncodingASCII));
   EXPECT_EQ(compression.AsInteger(), 0);
