@@ -1,9 +1,5 @@
-// The plug-in as a real host meets it: class data found at the offset the host wrote into the
-// class definition (every property read elsewhere is such a field), events named by the host's
-// words, and the fixture's check after every test that the plug-in asked the resolver for no name
-// a real host lacks.
-#include <utility>
-
+// The plug-in as a real host meets it: class data found at the offset the host wrote into the class
+// definition, events named by the host's words; the fixture checks no unreal entry point is asked.
 #include "tests/e2e/Fixture.h"
 #include "tests/e2e/test_writer_helpers.h"
 
@@ -11,10 +7,6 @@ namespace e2e {
 namespace {
 
 class HostConformance : public PluginTest {};
-
-bool EventsServed() {
-  return Profile().withheld.count("GetEventInstance") == 0;
-}
 
 // Two readers and a writer alive at once: each handler finds its own instance's data.
 TEST_F(HostConformance, EveryClassFindsItsOwnInstanceData) {
@@ -34,12 +26,12 @@ TEST_F(HostConformance, EveryClassFindsItsOwnInstanceData) {
   EXPECT_FALSE(Host().GetProperty(picture, "Mask").IsNil());
 }
 
-// libpng's own messages reach the Error and Warning events of both classes as ASCII strings
-// (encoding 0x600).
+// libpng's own messages reach the Error and Warning events of both classes as ASCII strings.
 TEST_F(HostConformance, EventsCarryLibpngsMessagesInASCII) {
-  std::vector<std::pair<std::string, uint32_t>> events;
+  std::vector<std::string> events;
   const auto record = [&](const emu::EventArgs& a) {
-    events.emplace_back(a.Event() + ": " + a.String(0), a[0].Encoding());
+    const bool ascii = a[0].Encoding() == kREALTextEncodingASCII;
+    events.push_back(a.Event() + ": " + a.String(0) + (ascii ? "" : " (not ASCII)"));
   };
   const emu::EventHandlers handlers = {{"Error", record}, {"Warning", record}};
   samples::Image image = samples::Pattern(4, 4, 8, 2, false);
@@ -62,13 +54,11 @@ TEST_F(HostConformance, EventsCarryLibpngsMessagesInASCII) {
   ASSERT_TRUE(Host().Call(second, "SetResolution", {1, 1, 5}).AsBoolean());
   ASSERT_TRUE(Host().Call(second, "OpenWriteDestination", {kNil}).AsBoolean());
   ASSERT_TRUE(Host().Call(second, "WriteInfo").AsBoolean()) << "an unknown unit: a warning";
-  const uint32_t ascii = kREALTextEncodingASCII;
-  const std::vector<std::pair<std::string, uint32_t>> expected = {
-      {"Warning: gAMA: CRC error", ascii},
-      {"Error: Not a PNG file", ascii},
-      {"Error: Invalid bit depth for grayscale image", ascii},
-      {"Warning: Unrecognized unit type for pHYs chunk", ascii}};
-  EXPECT_EQ(events, EventsServed() ? expected : decltype(events){});
+  const std::vector<std::string> expected = {"Warning: gAMA: CRC error", "Error: Not a PNG file",
+                                             "Error: Invalid bit depth for grayscale image",
+                                             "Warning: Unrecognized unit type for pHYs chunk"};
+  EXPECT_EQ(events,
+            !Profile().withheld.count("GetEventInstance") ? expected : std::vector<std::string>{});
 }
 
 }  // namespace
