@@ -32,9 +32,7 @@ struct Corpus {
 // A profile libpng accepts: a header of the right colour space and no tags.
 Bytes Profile(bool grey) {
   Bytes p(132, 0);
-  const auto put = [&p](size_t at, std::string_view bytes) {
-    memcpy(&p[at], bytes.data(), bytes.size());
-  };
+  const auto put = [&p](size_t at, std::string_view b) { memcpy(&p[at], b.data(), b.size()); };
   put(0, {"\0\0\0\x84\0\0\0\0\x02\x10\0\0mntr", 16});
   put(16, grey ? "GRAYXYZ " : "RGB XYZ ");
   put(36, "acsp");
@@ -42,8 +40,7 @@ Bytes Profile(bool grey) {
   return p;
 }
 
-// Every colour type and depth, plain and interlaced, each once bare and once with gAMA, sRGB or
-// iCCP and a transparency chunk where the type takes one.
+// Every colour type, depth and interlace, bare and with gAMA, sRGB or iCCP (and tRNS if taken).
 std::vector<Bytes> Images() {
   const Bytes kTransparency[] = {{0, 1}, {}, {0, 1, 0, 2, 0, 3}, {0, 128, 255}, {}, {}, {}};
   std::vector<Bytes> images;
@@ -99,9 +96,8 @@ int main(int argc, char** argv) {
   Image filtered = rgba;
   filtered.filters = 0xF8;  // every filter type
   cgbi.Add({{0}, CgBIFile(CgBIPixels(filtered), 3, {})});
-  cgbi.Add(
-      {{0},
-       CgBIFile(CgBIPixels(Pattern(9, 9, 8, 6, true)), 4, {MakeChunk("tEXt", {'k', 0, 'v'})})});
+  const Chunk note = MakeChunk("tEXt", {'k', 0, 'v'});
+  cgbi.Add({{0}, CgBIFile(CgBIPixels(Pattern(9, 9, 8, 6, true)), 4, {note})});
   cgbi.Add({{0}, CgBIFile(CgBIPixels(Pattern(7, 5, 8, 2, false)), 2, {})});
 
   // Programs of fuzz_writer.cpp: a picture to memory, rows one by one, a palette image with alphas.
@@ -110,9 +106,8 @@ int main(int argc, char** argv) {
   const Bytes row = {15, 0, 12, 3, 'r', 'o', 'w'};
   writer.Add({{19}, picture, {0, 3, 0, 0xFF, 0xFF, 7, 3, 12, 13, 14, 16, 17}});
   writer.Add({{0, 4, 1, 3, 2, 2, 3, 0, 0xFF, 6, 12, 13}, row, row, row, {16, 17}});
-  writer.Add({{9, 3, 0, 0, 0, 128, 0, 255, 3, 0, 1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 20},
-              picture,
-              {3, 0, 0xFF, 0xFF, 11, 10, 12, 13, 14, 16, 17}});
+  const Bytes palette = {9, 3, 0, 0, 0, 128, 0, 255, 3, 0, 1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 20};
+  writer.Add({palette, picture, {3, 0, 0xFF, 0xFF, 11, 10, 12, 13, 14, 16, 17}});
 
   Corpus text(root, "text");  // each after a byte choosing the host version
   const std::string_view kTexts[] = {"plain"sv,   "caf\xC3\xA9"sv,

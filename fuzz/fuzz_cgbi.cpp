@@ -1,7 +1,5 @@
 // CgBI data on any bytes: "OpenSpecialData" (the rewrite, then the rewritten stream decoded) and
 // "CgBIToPNGStringKRV", whose every result must decode in full. Input: a byte of choices, the data.
-#include <string.h>
-
 #include "fuzz/FuzzHost.h"
 
 void fuzz::Run(Input& input) {
@@ -15,7 +13,7 @@ void fuzz::Run(Input& input) {
   Require(host->GetProperty(special, "SwapRB").AsBoolean() == (opened || (choices & 1)),
           "SwapRB does not follow the result of OpenSpecialData");
   const std::string source = host->GetProperty(special, "SourceData").Bytes();
-  Require(!opened || (source.size() >= 8 && memcmp(source.data(), "\x89PNG\r\n\x1A\n", 8) == 0),
+  Require(!opened || source.compare(0, 8, "\x89PNG\r\n\x1A\n") == 0,
           "the rewritten stream does not start with the signature");
   if (opened && host->Call(special, "ApplyOptions", {-1.0}).AsBoolean() && (choices & 2)) {
     host->Call(special, "ReadPicture");

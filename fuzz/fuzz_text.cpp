@@ -8,19 +8,6 @@
 
 namespace fuzz {
 
-// Versions where the text routes differ: record reads, data records, conversions, UTF-32 via
-// UTF-16.
-static void UseVersion(uint8_t choice) {
-  static const double kVersions[] = {2019.1, 2016.0, 2012.0, 2011.0};
-  emu::Profile profile;
-  profile.name = "text";
-  profile.version = kVersions[choice % 4];
-  if (rbversion == profile.version) return;
-  host->Shutdown();
-  host->Start(profile);
-  rbversion = profile.version;
-}
-
 static void CheckBuild(std::string_view bytes, uint32_t encoding) {
   const emu::Value built = emu::Value::AdoptString(
       REALBuildUnicodeString(bytes.data(), static_cast<int64_t>(bytes.size()), encoding));
@@ -57,7 +44,16 @@ void UseLinkedPlugin() {
 }
 
 void Run(Input& input) {
-  UseVersion(input.Byte());
+  // Versions whose text routes differ: record reads, data records, conversions, UTF-32 via UTF-16.
+  static const double kVersions[] = {2019.1, 2016.0, 2012.0, 2011.0};
+  emu::Profile profile;
+  profile.name = "text";
+  profile.version = kVersions[input.Byte() % 4];
+  if (rbversion != profile.version) {
+    host->Shutdown();
+    host->Start(profile);
+    rbversion = profile.version;
+  }
   const std::string_view text = input.Rest();
   for (const uint32_t encoding :
        {kREALTextEncodingMacRoman, kREALTextEncodingUTF16, kREALTextEncodingISOLatin1,

@@ -24,8 +24,7 @@ struct Session : fuzz::Input {
   }
   void Set(const char* property, RBInteger value) { host->SetProperty(writer, property, value); }
 
-  // Header values worth trying; others come raw from the input.
-  RBInteger Dimension() {
+  RBInteger Dimension() {  // small, of interest, or raw
     static const RBInteger kValues[] = {0,  1,  2,     3,     7,       8,      16,
                                         33, -1, 32767, 32768, 1000000, 1000001};
     const uint8_t choice = Byte();
