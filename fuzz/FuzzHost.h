@@ -1,8 +1,7 @@
-// What the fuzz targets share: one host per process with the real plug-in loaded, the reference
-// audit after every input, and a reader that turns the input's bytes into choices.
+// What the fuzz targets share: the host with the real plug-in, the input read as choices, and
+// after every input the audit that each reference the plug-in took was given back.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
 
 #include <string_view>
@@ -11,53 +10,37 @@
 
 namespace fuzz {
 
-// Starts the host of the profile named by PNGKRV_HOST (linux-desktop-2019.1 when unset), with
-// pictures capped at a few million pixels, and loads the plug-in when `loadPlugin`.
-emu::Host& StartHost(bool loadPlugin = true);
-
-// Aborts with the report, so that libFuzzer keeps the input, unless every reference the plug-in
-// took was given back. Clears the last exception for the next input.
-void CheckAudit();
-
-// Aborts with `what` when `condition` is false: a broken promise of the plug-in.
-void Require(bool condition, const char* what);
-
-// The input read front to back; reads past its end give zeros and empty bytes.
+// The input front to back; reads past its end give zeros and empty bytes.
 class Input {
  public:
   Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-  uint8_t Byte();
+  uint8_t Byte() { return at_ < size_ ? data_[at_++] : 0; }
   uint32_t Uint(int bytes);  // big-endian
   int64_t Signed(int bytes);
-  // A gamma: mostly a value of interest (0, the no-gamma -1, ordinary and extreme values, NaN),
-  // otherwise eight raw bytes.
-  double Gamma();
+  double Gamma();  // mostly one of interest (0, -1, extreme, NaN), else eight raw bytes
   std::string_view Bytes(size_t count);
-  std::string_view Rest();
+  std::string_view Rest() { return Bytes(size_ - at_); }
   bool Empty() const { return at_ >= size_; }
 
  private:
   const uint8_t* data_;
-  size_t size_;
-  size_t at_ = 0;
+  size_t size_, at_ = 0;
 };
 
-// Gives every chunk of the PNG stream inside `data` its right CRC, so that mutations reach past
-// libpng's CRC checks. The stream starts at the first PNG signature.
-void FixChunkCRCs(uint8_t* data, size_t size);
+extern emu::Host* host;  // of the profile PNGKRV_HOST names (linux-desktop-2019.1 when unset)
+
+// What one input does, defined by each target; what it made is released before the audit.
+void Run(Input& in);
+// Defined only by a target linking the plug-in's code: called instead of loading the plug-in.
+void UseLinkedPlugin() __attribute__((weak));
+
+// Aborts with `what`, so that libFuzzer keeps the input, when `condition` is false.
+void Require(bool condition, const char* what);
+inline RBInteger IntProperty(const emu::Value& object, const char* name) {
+  return host->GetProperty(object, name).AsInteger();
+}
+// The Pict of a reader or PNGPictureKRV, required to be nil or of its owner's size.
+emu::Value CheckedPict(const emu::Value& owner);
+emu::EventHandlers IgnoredEvents();  // Error and Warning handlers that do nothing
 
 }  // namespace fuzz
-
-// libFuzzer's own mutator, for custom mutators built on it.
-extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
-
-// Targets whose input holds a PNG stream define their custom mutator with this: libFuzzer's
-// mutation, then the CRCs mended for three mutations out of four.
-#define PNGKRV_CRC_MENDING_MUTATOR                                                      \
-  extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize, \
-                                            unsigned int seed) {                        \
-    size = LLVMFuzzerMutate(data, size, maxSize);                                       \
-    if (seed % 4 != 0) fuzz::FixChunkCRCs(data, size);                                  \
-    return size;                                                                        \
-  }

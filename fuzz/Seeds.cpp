@@ -1,18 +1,17 @@
-// Writes the seed corpora of the fuzz targets, one folder per target under the given folder:
-// PNG streams of every colour type, bit depth and interlace with and without ancillary chunks,
-// CgBI data, writer programs and texts. Everything is made here; nothing is copied from elsewhere.
+// Writes the seed corpora of the fuzz targets, one folder per target under the given folder.
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/samples/Samples.h"
 
-namespace {
-
 using samples::Bytes;
+
+namespace {
 
 struct Corpus {
   std::string folder;
@@ -21,9 +20,9 @@ struct Corpus {
   Corpus(const std::string& root, const char* name) : folder(root + "/" + name) {
     mkdir(folder.c_str(), 0755);
   }
-  void Add(const Bytes& prefix, const Bytes& body) {
-    Bytes seed = prefix;
-    seed.insert(seed.end(), body.begin(), body.end());
+  void Add(std::initializer_list<Bytes> parts) {
+    Bytes seed;
+    for (const Bytes& part : parts) seed.insert(seed.end(), part.begin(), part.end());
     char name[32];
     snprintf(name, sizeof name, "/seed-%03d", count++);
     samples::WriteFile(folder + name, seed);
@@ -33,122 +32,37 @@ struct Corpus {
 // A profile libpng accepts: a header of the right colour space and no tags.
 Bytes Profile(bool grey) {
   Bytes p(132, 0);
-  auto put = [&p](size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
-  };
-  put(0, 132);
-  put(8, 0x02100000);
-  memcpy(&p[12], "mntr", 4);
-  memcpy(&p[16], grey ? "GRAY" : "RGB ", 4);
-  memcpy(&p[20], "XYZ ", 4);
-  memcpy(&p[36], "acsp", 4);
-  put(68, 0x0000F6D6);
-  put(72, 0x00010000);
-  put(76, 0x0000D32D);
+  const auto put = [&p](size_t at, std::string_view b) { memcpy(&p[at], b.data(), b.size()); };
+  put(0, {"\0\0\0\x84\0\0\0\0\x02\x10\0\0mntr", 16});
+  put(16, grey ? "GRAYXYZ " : "RGB XYZ ");
+  put(36, "acsp");
+  put(68, {"\0\0\xF6\xD6\0\x01\0\0\0\0\xD3\x2D", 12});
   return p;
 }
 
-// Every colour type and depth, plain and interlaced, each once bare and once with gAMA, sRGB or
-// iCCP and a transparency chunk where the type takes one.
+// Every colour type, depth and interlace, bare and with gAMA, sRGB or iCCP (and tRNS if taken).
 std::vector<Bytes> Images() {
-  const struct {
-    int colorType;
-    std::vector<int> depths;
-  } kFormats[] = {
-      {0, {1, 2, 4, 8, 16}}, {2, {8, 16}}, {3, {1, 2, 4, 8}}, {4, {8, 16}}, {6, {8, 16}}};
+  const Bytes kTransparency[] = {{0, 1}, {}, {0, 1, 0, 2, 0, 3}, {0, 128, 255}, {}, {}, {}};
   std::vector<Bytes> images;
   int variant = 0;
-  for (const auto& format : kFormats) {
-    for (const int depth : format.depths) {
+  for (const int colorType : {0, 2, 3, 4, 6}) {
+    for (const int depth : {1, 2, 4, 8, 16}) {
+      const bool indexOrGrey = colorType == 0 || colorType == 3;
+      if ((depth < 8 && !indexOrGrey) || (depth == 16 && colorType == 3)) continue;
       for (const bool interlaced : {false, true}) {
-        samples::Image image = samples::Pattern(7, 5, depth, format.colorType, interlaced);
+        samples::Image image = samples::Pattern(7, 5, depth, colorType, interlaced);
         images.push_back(samples::Encode(image));
-        switch (variant++ % 3) {
-          case 0:
-            image.chunks.gamma = 0.45455;
-            break;
-          case 1:
-            image.chunks.srgbIntent = variant % 4;
-            break;
-          default:
-            image.chunks.iccName = "seed";
-            image.chunks.iccProfile = Profile(format.colorType == 0 || format.colorType == 4);
-        }
-        if (format.colorType == 3) image.transparency = {0, 128, 255};
-        if (format.colorType == 0) image.transparency = {0, 1};
-        if (format.colorType == 2) image.transparency = {0, 1, 0, 2, 0, 3};
+        const int kind = variant++ % 3;
+        if (kind == 0) image.chunks.gamma = 0.45455;
+        if (kind == 1) image.chunks.srgbIntent = variant % 4;
+        if (kind == 2) image.chunks.iccName = "seed";
+        if (kind == 2) image.chunks.iccProfile = Profile(colorType == 0 || colorType == 4);
+        image.transparency = kTransparency[colorType];
         images.push_back(samples::Encode(image));
       }
     }
   }
   return images;
-}
-
-void DecodeSeeds(const std::string& root, const std::vector<Bytes>& images) {
-  Corpus corpus(root, "decode");
-  uint8_t choices = 0;
-  for (const Bytes& png : images) corpus.Add({choices++, static_cast<uint8_t>(choices % 6)}, png);
-}
-
-// Each image with a few operation sequences: a picture, rows of each kind, the queries.
-void ReaderSeeds(const std::string& root, const std::vector<Bytes>& images) {
-  Corpus corpus(root, "reader");
-  const Bytes kPrograms[] = {{1, 0}, {3, 10, 5, 6}, {3, 2, 3, 4}, {4, 11, 0, 7, 6}};
-  size_t i = 0;
-  for (const Bytes& png : images) {
-    const Bytes& program = kPrograms[i % 4];
-    Bytes prefix = {static_cast<uint8_t>(i++ * 17), 0, 1};
-    prefix.insert(prefix.end(), program.begin(), program.end());
-    corpus.Add(prefix, png);
-  }
-}
-
-void CgBISeeds(const std::string& root) {
-  Corpus corpus(root, "cgbi");
-  const samples::Image rgba = samples::Pattern(12, 9, 8, 6, false);
-  corpus.Add({2}, samples::CgBIStream(rgba, 1, 100, false));
-  corpus.Add({3}, samples::CgBIStream(rgba, 3, 100, false));
-  corpus.Add({2}, samples::CgBIStream(samples::Pattern(9, 9, 8, 2, true), 1, 100, false));
-  corpus.Add({0}, samples::CgBIStream(rgba, 1, 6, true));
-  // As Apple's iOS tool writes them: premultiplied, several IDAT chunks, an empty IEND.
-  samples::Image filtered = rgba;
-  filtered.filters = 0xF8;  // every filter type
-  corpus.Add({0}, samples::CgBIFile(samples::CgBIPixels(filtered), 3, {}));
-  corpus.Add({0}, samples::CgBIFile(samples::CgBIPixels(samples::Pattern(9, 9, 8, 6, true)), 4,
-                                    {samples::MakeChunk("tEXt", {'k', 0, 'v'})}));
-  corpus.Add({0},
-             samples::CgBIFile(samples::CgBIPixels(samples::Pattern(7, 5, 8, 2, false)), 2, {}));
-}
-
-// Writer programs (operation bytes of fuzz_writer.cpp): a picture written to memory, rows
-// written one by one, a palette image with alphas.
-void WriterSeeds(const std::string& root) {
-  Corpus corpus(root, "writer");
-  const Bytes picture = {5, 4, 0, 6, 'p', 'i', 'x', 'e', 'l', 's'};
-  Bytes rgb = {19};
-  rgb.insert(rgb.end(), picture.begin(), picture.end());
-  rgb.insert(rgb.end(), {0, 3, 0, 0xFF, 0xFF, 7, 3, 12, 13, 14, 16, 17});
-  corpus.Add({}, rgb);
-  Bytes rows = {0, 4, 1, 3, 2, 2, 3, 0, 0xFF, 6, 12, 13};
-  for (int y = 0; y < 3; ++y) rows.insert(rows.end(), {15, 0, 12, 3, 'r', 'o', 'w'});
-  rows.insert(rows.end(), {16, 17});
-  corpus.Add({}, rows);
-  Bytes palette = {9, 3, 0, 0, 0, 128, 0, 255, 3, 0, 1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 20};
-  palette.insert(palette.end(), picture.begin(), picture.end());
-  palette.insert(palette.end(), {3, 0, 0xFF, 0xFF, 11, 10, 12, 13, 14, 16, 17});
-  corpus.Add({}, palette);
-}
-
-void TextSeeds(const std::string& root) {
-  Corpus corpus(root, "text");
-  const std::string kTexts[] = {"plain",
-                                "caf\xC3\xA9",
-                                "caf\xE9",
-                                "\xF0\x9F\x98\x80 smile",
-                                std::string("a\0b", 3),
-                                std::string("\x00\xD8\x00\x00", 4)};
-  uint8_t version = 0;
-  for (const std::string& text : kTexts) corpus.Add({version++}, Bytes(text.begin(), text.end()));
 }
 
 }  // namespace
@@ -158,13 +72,49 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
     return 2;
   }
+  using namespace samples;
+  using namespace std::literals;
   const std::string root = argv[1];
   mkdir(root.c_str(), 0755);
+
+  // The images for the openers, and for the reader each with a few operation sequences.
+  Corpus decode(root, "decode"), reader(root, "reader");
   const std::vector<Bytes> images = Images();
-  DecodeSeeds(root, images);
-  ReaderSeeds(root, images);
-  CgBISeeds(root);
-  WriterSeeds(root);
-  TextSeeds(root);
+  const Bytes kPrograms[] = {{1, 0}, {3, 10, 5, 6}, {3, 2, 3, 4}, {4, 11, 0, 7, 6}};
+  for (size_t i = 0; i < images.size(); ++i) {
+    decode.Add({{static_cast<uint8_t>(i), static_cast<uint8_t>((i + 1) % 6)}, images[i]});
+    reader.Add({{static_cast<uint8_t>(i * 17), 0, 1}, kPrograms[i % 4], images[i]});
+  }
+
+  Corpus cgbi(root, "cgbi");
+  const Image rgba = Pattern(12, 9, 8, 6, false);
+  cgbi.Add({{2}, CgBIStream(rgba, 1, 100, false)});
+  cgbi.Add({{3}, CgBIStream(rgba, 3, 100, false)});
+  cgbi.Add({{2}, CgBIStream(Pattern(9, 9, 8, 2, true), 1, 100, false)});
+  cgbi.Add({{0}, CgBIStream(rgba, 1, 6, true)});
+  // As iOS tools write them: premultiplied, several IDAT chunks, an empty IEND.
+  Image filtered = rgba;
+  filtered.filters = 0xF8;  // every filter type
+  cgbi.Add({{0}, CgBIFile(CgBIPixels(filtered), 3, {})});
+  const Chunk note = MakeChunk("tEXt", {'k', 0, 'v'});
+  cgbi.Add({{0}, CgBIFile(CgBIPixels(Pattern(9, 9, 8, 6, true)), 4, {note})});
+  cgbi.Add({{0}, CgBIFile(CgBIPixels(Pattern(7, 5, 8, 2, false)), 2, {})});
+
+  // Programs of fuzz_writer.cpp: a picture to memory, rows one by one, a palette image with alphas.
+  Corpus writer(root, "writer");
+  const Bytes picture = {5, 4, 0, 6, 'p', 'i', 'x', 'e', 'l', 's'};
+  const Bytes row = {15, 0, 12, 3, 'r', 'o', 'w'};
+  writer.Add({{19}, picture, {0, 3, 0, 0xFF, 0xFF, 7, 3, 12, 13, 14, 16, 17}});
+  writer.Add({{0, 4, 1, 3, 2, 2, 3, 0, 0xFF, 6, 12, 13}, row, row, row, {16, 17}});
+  const Bytes palette = {9, 3, 0, 0, 0, 128, 0, 255, 3, 0, 1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 20};
+  writer.Add({palette, picture, {3, 0, 0xFF, 0xFF, 11, 10, 12, 13, 14, 16, 17}});
+
+  Corpus text(root, "text");  // each after a byte choosing the host version
+  const std::string_view kTexts[] = {"plain"sv,   "caf\xC3\xA9"sv,
+                                     "caf\xE9"sv, "\xF0\x9F\x98\x80 smile"sv,
+                                     "a\0b"sv,    "\0\xD8\0\0"sv};
+  for (size_t i = 0; i < 6; ++i) {
+    text.Add({{static_cast<uint8_t>(i)}, Bytes(kTexts[i].begin(), kTexts[i].end())});
+  }
   return 0;
 }

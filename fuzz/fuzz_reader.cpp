@@ -1,148 +1,88 @@
-// PNGReaderKRV step by step on any bytes: open, ApplyOptions with gammas from the input, then row
-// operations, ReadPicture and the chunk queries in an order the input chooses.
+// PNGReaderKRV on any bytes: open, ApplyOptions, then row reads, ReadPicture and the chunk queries.
 // Input: a byte of choices, two gammas, a count and that many operation bytes, then the data.
-#include <string>
-#include <vector>
-
 #include "fuzz/FuzzHost.h"
+
+using fuzz::host;
+using fuzz::IntProperty;
+using fuzz::Require;
 
 namespace {
 
-emu::Host* host = nullptr;
-
-// Row reads of one input, beyond which a loop over every row stops.
-constexpr int kRowBudget = 4096;
-
 struct Session {
   emu::Value reader;
-  int events = 0;
-  int rowsLeft = kRowBudget;
+  double gamma = 0.0, screenGamma = 0.0;
+  uint8_t op = 0;
+  int rowsLeft = 4096;  // row reads of one input, beyond which a loop over every row stops
 
   // The reader raises no exception on any data: failures are results and events.
   emu::Value Call(const char* name, std::vector<emu::Arg> args = {}) {
     emu::Value result = host->Call(reader, name, std::move(args));
-    fuzz::Require(!host->LastException(), "the reader raised an exception");
+    Require(!host->LastException(), "the reader raised an exception");
     return result;
   }
-  bool Ok(const char* name, std::vector<emu::Arg> args = {}) {
-    return Call(name, std::move(args)).AsBoolean();
-  }
-  RBInteger Int(const char* property) { return host->GetProperty(reader, property).AsInteger(); }
-
-  // A block of the reader's row size, shortened by `shorter` bytes.
-  emu::Value RowBlock(RBInteger shorter) {
+  emu::Value RowBlock(RBInteger shorter = 0) {
     const RBInteger size = Call("RowBytes").AsInteger() - shorter;
     return host->NewMemoryBlock(size > 0 && size <= (RBInteger{1} << 24) ? size : 1);
   }
-
-  // Every row of every pass into one block, as user code reads a whole image.
   void ReadAllRows(const char* operation) {
-    const emu::Value block = RowBlock(0);
-    const RBInteger rows = Int("Interlacing") * Int("Height");
+    const emu::Value block = RowBlock();
+    const RBInteger rows = IntProperty(reader, "Interlacing") * IntProperty(reader, "Height");
     for (RBInteger y = 0; y < rows && rowsLeft > 0; ++y, --rowsLeft) {
-      if (!Ok(operation, {block})) return;
-    }
-  }
-
-  void CheckPicture() {
-    const emu::Value pict = host->GetProperty(reader, "Pict");
-    if (pict.IsNil()) return;
-    fuzz::Require(host->GetProperty(pict, "Width").AsInteger() == Int("Width") &&
-                      host->GetProperty(pict, "Height").AsInteger() == Int("Height"),
-                  "a decoded picture whose size is not the header's");
-  }
-
-  void ReadICCProfile() {
-    emu::Value name, compression(RBInteger{7}), profile;
-    const bool found =
-        Ok("ReadICCProfile", {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)});
-    fuzz::Require(found || (name.IsNil() && profile.IsNil() && compression.AsInteger() == 0),
-                  "ReadICCProfile failed without clearing its arguments");
-  }
-
-  void ReadsRGBTag() {
-    emu::Value intent(RBInteger{-5});
-    const bool found = Ok("ReadsRGBTag", {emu::ByRef(intent)});
-    fuzz::Require(found || intent.AsInteger() == 0, "ReadsRGBTag failed without clearing intent");
-  }
-
-  void Run(uint8_t op, double gamma, double screenGamma) {
-    switch (op % 14) {
-      case 0:
-        Ok("ReadPicture");
-        CheckPicture();
-        break;
-      case 1:
-        Call("ReadRow");
-        break;
-      case 2:
-        Ok("ReadRow", {RowBlock(0)});
-        break;
-      case 3:
-        Ok("ReadRowMaskOnly", {RowBlock(0)});
-        break;
-      case 4:
-        Ok("ReadRowAlphaOnly", {RowBlock(0)});
-        break;
-      case 5:
-        ReadsRGBTag();
-        break;
-      case 6:
-        ReadICCProfile();
-        break;
-      case 7:
-        Call("CombinePictureWithMask");
-        break;
-      case 8:
-        Ok("ApplyOptions", {gamma, screenGamma});
-        break;
-      case 9:
-        Ok("ReadRow", {RowBlock(1 + op / 14)});
-        break;
-      case 10:
-        ReadAllRows("ReadRow");
-        break;
-      case 11:
-        ReadAllRows("ReadRowMaskOnly");
-        break;
-      case 12:
-        host->SetProperty(reader, "AllowDamaged", (op & 0x80) != 0);
-        break;
-      default:
-        Ok("OpenData", {host->GetProperty(reader, "SourceData")});
-        break;
+      if (!Call(operation, {block}).AsBoolean()) return;
     }
   }
 };
 
+void (*const kOperations[])(Session&) = {
+    [](Session& s) {
+      s.Call("ReadPicture");
+      fuzz::CheckedPict(s.reader);
+    },
+    [](Session& s) { s.Call("ReadRow"); },
+    [](Session& s) { s.Call("ReadRow", {s.RowBlock()}); },
+    [](Session& s) { s.Call("ReadRowMaskOnly", {s.RowBlock()}); },
+    [](Session& s) { s.Call("ReadRowAlphaOnly", {s.RowBlock()}); },
+    [](Session& s) {
+      emu::Value intent(RBInteger{-5});
+      const bool found = s.Call("ReadsRGBTag", {emu::ByRef(intent)}).AsBoolean();
+      Require(found || intent.AsInteger() == 0, "ReadsRGBTag failed without clearing intent");
+    },
+    [](Session& s) {
+      emu::Value name, compression(RBInteger{7}), profile;
+      const emu::Value found = s.Call(
+          "ReadICCProfile", {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)});
+      Require(
+          found.AsBoolean() || (name.IsNil() && profile.IsNil() && compression.AsInteger() == 0),
+          "ReadICCProfile failed without clearing its arguments");
+    },
+    [](Session& s) { s.Call("CombinePictureWithMask"); },
+    [](Session& s) {
+      s.Call("ApplyOptions", {s.gamma, s.screenGamma});
+    },
+    [](Session& s) { s.Call("ReadRow", {s.RowBlock(1 + s.op / 14)}); },
+    [](Session& s) { s.ReadAllRows("ReadRow"); },
+    [](Session& s) { s.ReadAllRows("ReadRowMaskOnly"); },
+    [](Session& s) { host->SetProperty(s.reader, "AllowDamaged", (s.op & 0x80) != 0); },
+    [](Session& s) { s.Call("OpenData", {host->GetProperty(s.reader, "SourceData")}); },
+};
+
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  host = &fuzz::StartHost();
-  return 0;
-}
-
-PNGKRV_CRC_MENDING_MUTATOR
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  fuzz::Input input(bytes, size);
+void fuzz::Run(Input& input) {
   const uint8_t choices = input.Byte();
-  const double gamma = input.Gamma();
-  const double screenGamma = input.Gamma();
+  Session s;
+  s.gamma = input.Gamma();
+  s.screenGamma = input.Gamma();
   const std::string_view ops = input.Bytes(input.Byte() % 16);
-  {
-    Session s;
-    const auto count = [&s](const emu::EventArgs&) { ++s.events; };
-    s.reader = (choices & 4) ? host->New("PNGReaderKRV")
-                             : host->New("PNGReaderKRV", {{"Error", count}, {"Warning", count}});
-    host->SetProperty(s.reader, "AllowDamaged", (choices & 1) != 0);
-    host->SetProperty(s.reader, "SwapRB", (choices & 2) != 0);
-    const bool opened =
-        s.Ok("OpenData", {host->MakeString(input.Rest(), kREALTextEncodingUnknown)});
-    if (opened && !(choices & 8)) s.Ok("ApplyOptions", {gamma, screenGamma});
-    for (const char op : ops) s.Run(static_cast<uint8_t>(op), gamma, screenGamma);
-    if (choices & 16) s.Ok("ReadPicture");
+  s.reader = host->New("PNGReaderKRV", choices & 4 ? emu::EventHandlers{} : fuzz::IgnoredEvents());
+  host->SetProperty(s.reader, "AllowDamaged", (choices & 1) != 0);
+  host->SetProperty(s.reader, "SwapRB", (choices & 2) != 0);
+  const emu::Value data = host->MakeString(input.Rest(), kREALTextEncodingUnknown);
+  if (s.Call("OpenData", {data}).AsBoolean() && !(choices & 8))
+    s.Call("ApplyOptions", {s.gamma, s.screenGamma});
+  for (const char op : ops) {
+    s.op = static_cast<uint8_t>(op);
+    kOperations[s.op % 14](s);
   }
-  fuzz::CheckAudit();
-  return 0;
+  if (choices & 16) s.Call("ReadPicture");
 }
