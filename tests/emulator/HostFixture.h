@@ -13,6 +13,21 @@ Fn Entry(const char* name) {
   return reinterpret_cast<Fn>(emu::Host::Resolver()(name));
 }
 
+inline REALpicture NewPicture(RBInteger width, RBInteger height = 1) {
+  return Entry<NewPictureProc>("newPicture")(width, height, 32);
+}
+inline emu::Value Picture(RBInteger width, RBInteger height = 1) {
+  return emu::Value::AdoptObject(NewPicture(width, height));
+}
+inline bool Lock(REALpicture picture, int32_t type, REALpictureDescription* desc = nullptr) {
+  REALpictureDescription local{};
+  return Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
+      picture, desc != nullptr ? desc : &local, type);
+}
+inline void Unlock(REALpicture picture) {
+  Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(picture);
+}
+
 class HostTest : public ::testing::Test {
  protected:
   void SetUp() override { Restart("linux-desktop-2019.1"); }

@@ -7,8 +7,7 @@
 
 namespace {
 
-using emutest::Entry;
-using emutest::HostTest;
+using namespace emutest;
 using namespace std::string_literals;
 
 struct Px {
@@ -102,21 +101,19 @@ R Query(const char* name, void* context) {
   return fn != nullptr ? fn(context) : R{};
 }
 
-// Each host describes its pictures as its own type only: 12 cairo context, 8 bitmap context, 10
-// gd image.
+// Each host describes its pictures as its own type only.
 TEST_F(HostTest, PicturesAreDescribedAsTheHostsOwnType) {
   const std::pair<const char*, uint32_t> kOwnType[] = {
-      {"linux-desktop-2019.1", 12}, {"mac-desktop-2019.1", 8}, {"console-2019.1", 10}};
+      {"linux-desktop-2019.1", pictureCairoContext},
+      {"mac-desktop-2019.1", pictureCGBitmapContext},
+      {"console-2019.1", pictureGDPtr}};
   for (const auto& [profile, own] : kOwnType) {
     Restart(profile);
-    emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(2, 2, 32));
-    for (uint32_t type : {8u, 10u, 12u}) {
-      REALpictureDescription desc{};
-      const bool locked = Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
-          pic.As<REALpicture>(), &desc, type);
+    emu::Value pic = Picture(2, 2);
+    for (uint32_t type : {pictureCGBitmapContext, pictureGDPtr, pictureCairoContext}) {
+      const bool locked = Lock(pic.As<REALpicture>(), type);
       EXPECT_EQ(locked, type == own) << profile << " type " << type;
-      if (locked)
-        Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(pic.As<REALpicture>());
+      if (locked) Unlock(pic.As<REALpicture>());
     }
   }
 }
@@ -124,10 +121,9 @@ TEST_F(HostTest, PicturesAreDescribedAsTheHostsOwnType) {
 // A Linux desktop host locks a picture as a cairo context on the picture's own image surface,
 // made for the lock and given up at its unlock.
 TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
-  emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(5, 3, 32));
+  emu::Value pic = Picture(5, 3);
   REALpictureDescription desc{};
-  ASSERT_TRUE(Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
-      pic.As<REALpicture>(), &desc, pictureCairoContext));
+  ASSERT_TRUE(Lock(pic.As<REALpicture>(), pictureCairoContext, &desc));
   auto* context = static_cast<cairo_t*>(desc.pictureData);
   CAIRO(cairo_reference)(context);
   cairo_surface_t* surface = CAIRO(cairo_get_target)(context);
@@ -138,7 +134,7 @@ TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
   // The red byte of pixel (1, 1), the word 0x..RRGGBB little-endian.
   CAIRO(cairo_image_surface_get_data)(surface)[20 + 4 + 2] = 0x11;
   CAIRO(cairo_surface_mark_dirty)(surface);
-  Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(pic.As<REALpicture>());
+  Unlock(pic.As<REALpicture>());
   EXPECT_EQ(uint8_t(host.PictureRgba(pic)[4 * (5 + 1)]), 0x11);
   EXPECT_EQ(CAIRO(cairo_get_reference_count)(context), 1u) << "the host gave its context up";
   CAIRO(cairo_destroy)(context);
@@ -148,10 +144,9 @@ TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
 TEST_F(HostTest, ContextQueriesAnswerForLiveContextsOnly) {
   Restart("mac-desktop-2019.1");
   host.SetPictureFormat(4, 8);
-  emu::Value pic = emu::Value::AdoptObject(Entry<NewPictureProc>("newPicture")(5, 3, 32));
+  emu::Value pic = Picture(5, 3);
   REALpictureDescription desc{};
-  ASSERT_TRUE(Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
-      pic.As<REALpicture>(), &desc, pictureCGBitmapContext));
+  ASSERT_TRUE(Lock(pic.As<REALpicture>(), pictureCGBitmapContext, &desc));
   void* context = desc.pictureData;
   int notAContext = 0;
   for (void* other : {static_cast<void*>(&notAContext), context}) {
@@ -166,7 +161,7 @@ TEST_F(HostTest, ContextQueriesAnswerForLiveContextsOnly) {
   }
   auto* data = static_cast<unsigned char*>(Query<void*>("CGBitmapContextGetData", context));
   data[28 + 4 + 1] = 0x11;  // the red byte of pixel (1, 1) in A R G B
-  Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(pic.As<REALpicture>());
+  Unlock(pic.As<REALpicture>());
   EXPECT_EQ(uint8_t(host.PictureRgba(pic)[4 * (5 + 1)]), 0x11);
   pic = emu::Value();
   EXPECT_EQ(Query<size_t>("CGBitmapContextGetWidth", context), 0u);  // freed with its picture
