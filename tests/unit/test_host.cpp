@@ -96,22 +96,6 @@ TEST_F(HostText, GetUTF8OnEveryHost) {
   }
 }
 
-TEST_F(HostText, RawBytesHoldTheStringWithoutConversion) {
-  for (double version : {2019.1, 2012.0}) {
-    Use(version);
-    const std::string binary("\x89PNG\0\xFF\x01", 7);
-    emu::Value s = host().MakeString(binary, kREALTextEncodingUnknown);
-    const long before = host().References(s.Handle());
-    rbText* raw = rbText::MakeRaw(s.AsString());
-    ASSERT_NE(raw, nullptr);
-    EXPECT_GT(host().References(s.Handle()), before) << "the holder keeps its own lock";
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(raw->Bytes()), raw->Length()), binary);
-    delete raw;
-    EXPECT_EQ(host().References(s.Handle()), before);
-  }
-  EXPECT_EQ(rbText::MakeRaw(nullptr), nullptr);
-}
-
 TEST_F(HostText, ExceptionsCarryTheirMessage) {
   RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 42);
   ASSERT_TRUE(host().LastException());
