@@ -1,5 +1,4 @@
-// A host started afresh for each test and audited at its end, and the host's entry points looked
-// up through its resolver, as a plug-in looks them up.
+// A host started afresh for each test and audited at its end; entry points through its resolver.
 #pragma once
 
 #include <gtest/gtest.h>

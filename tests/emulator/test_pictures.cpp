@@ -1,5 +1,4 @@
-// The picture stores against the documented layouts. The end-to-end suite makes and reads pictures
-// through these same stores, so a store that got a layout wrong both ways would pass there.
+// The picture stores against the hosts' layouts: a store wrong both ways would pass end to end.
 #include <cairo.h>
 #include <dlfcn.h>
 

@@ -1,5 +1,4 @@
-// The host runtime layer against the emulator's entry points: text in every encoding and host
-// version, and exceptions with their messages.
+// Host text in every encoding and host version, and exceptions with their messages.
 #include <gtest/gtest.h>
 
 #include <functional>

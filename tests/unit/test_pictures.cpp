@@ -1,5 +1,4 @@
-// Picture editors, drawing, masks and colour arrays against the emulator's pictures, on desktop
-// and console hosts of several versions.
+// Picture editors, drawing, masks and colour arrays on desktop and console hosts of many versions.
 #include <gtest/gtest.h>
 
 #include <map>
