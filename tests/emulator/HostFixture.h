@@ -1,5 +1,4 @@
-// A host started afresh for each test and audited at its end, and the host's entry points looked
-// up through its resolver, as a plug-in looks them up.
+// A host started afresh for each test and audited at its end; entry points through its resolver.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,6 +10,21 @@ namespace emutest {
 template <typename Fn>
 Fn Entry(const char* name) {
   return reinterpret_cast<Fn>(emu::Host::Resolver()(name));
+}
+
+inline REALpicture NewPicture(RBInteger width, RBInteger height = 1) {
+  return Entry<NewPictureProc>("newPicture")(width, height, 32);
+}
+inline emu::Value Picture(RBInteger width, RBInteger height = 1) {
+  return emu::Value::AdoptObject(NewPicture(width, height));
+}
+inline bool Lock(REALpicture picture, int32_t type, REALpictureDescription* desc = nullptr) {
+  REALpictureDescription local{};
+  return Entry<REALLockPictureDescriptionProc>("REALLockPictureDescription")(
+      picture, desc != nullptr ? desc : &local, type);
+}
+inline void Unlock(REALpicture picture) {
+  Entry<UnlockPictureDescriptionProc>("unlockPictureDescription")(picture);
 }
 
 class HostTest : public ::testing::Test {

@@ -1,5 +1,4 @@
-// The declaration parser on the forms the plug-in's own declarations never take: defaults that
-// hold commas or parentheses, names that hold a keyword, and malformed text.
+// The declaration parser on forms the plug-in's own declarations never take, and malformed text.
 #include <gtest/gtest.h>
 
 #include "emulator/Emulator.h"

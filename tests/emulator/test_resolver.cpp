@@ -1,6 +1,4 @@
-// The resolver: the names a host profile withholds, through which the end-to-end suite drives the
-// plug-in's fallbacks, and the lookups it counts, by which that suite proves that the plug-in asks
-// for each entry point once.
+// The resolver's withheld names (which drive the plug-in's fallbacks) and its lookup counts.
 #include "tests/emulator/HostFixture.h"
 
 namespace {

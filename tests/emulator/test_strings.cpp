@@ -1,5 +1,4 @@
-// Text conversions the end-to-end suite does not pin down: the ones that must fail, the single-byte
-// tables, and text without an encoding, which is handed over as it is.
+// Text conversions that must fail, the single-byte tables, and text without an encoding.
 #include <optional>
 
 #include "tests/emulator/HostFixture.h"

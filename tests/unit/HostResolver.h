@@ -1,25 +1,23 @@
-// The emulator's resolver as the unit tests hand it to the plug-in's code, with one fault a test
-// can arm: the next string the host builds throws instead. The wrappers keep what they resolve
-// for the life of the process, so every test that starts a host uses this resolver.
+// A fresh emulator host for each test, audited at its end, with the resolver the plug-in's code
+// gets: the emulator's, with one fault a test can arm (the next string built throws instead). The
+// wrappers keep what they resolve for the life of the process, so every host uses this resolver.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <string.h>
 
 #include <functional>
 #include <utility>
 
 #include "emulator/Emulator.h"
+#include "host/HostRuntime.h"
+#include "picture/PictureEditor.h"
 
 namespace unittest {
 
 inline std::function<void()>& BuildFault() {
   static std::function<void()> fault;
   return fault;
-}
-
-// The next REALBuildString call runs `fault` (which throws) instead of building the string.
-inline void ArmBuildFault(std::function<void()> fault) {
-  BuildFault() = std::move(fault);
 }
 
 inline REALstring BuildStringOrFault(const void* data, int32_t length) {
@@ -34,8 +32,33 @@ inline void* ResolveWithFaults(const char* name) {
   return emu::Host::Resolver()(name);
 }
 
-inline REALResolver Resolver() {
-  return ResolveWithFaults;
-}
+class HostTest : public ::testing::Test {
+ protected:
+  // A Linux desktop first: the plug-in looks cairo up once for the process.
+  void SetUp() override { Use(2019.1); }
+  void TearDown() override {
+    const emu::AuditReport report = host().Audit();
+    EXPECT_TRUE(report.Clean()) << report.Format();
+    host().Shutdown();
+    gResolver = nullptr;
+    rbversion = 0.0;
+  }
+  // Restarts the host as one of this version and kind.
+  void Use(double version, emu::AppKind app = emu::AppKind::Desktop,
+           emu::Platform platform = emu::Platform::Linux) {
+    emu::Profile profile;
+    profile.name = "unit";
+    profile.version = version;
+    profile.app = app;
+    profile.platform = platform;
+    if (host().Started()) host().Shutdown();
+    host().Start(profile);
+    gResolver = ResolveWithFaults;
+    rbversion = version;
+    IsDesktop = false;
+    IsConsole = false;
+  }
+  static emu::Host& host() { return emu::Host::Instance(); }
+};
 
 }  // namespace unittest

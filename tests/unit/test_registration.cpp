@@ -1,11 +1,12 @@
-// The pieces of registration that the end-to-end registry test cannot observe through a host:
-// version thresholds between the emulated profiles, flag rewriting at its boundaries, record
-// rounding, and declaration rewrites the plug-in's own tables never need.
+// Registration where the end-to-end registry test cannot see it: version thresholds between the
+// emulated profiles, flag rewriting at its boundaries, record rounding, and declaration rewrites
+// the plug-in's own tables never need.
 #include <gtest/gtest.h>
 #include <string.h>
 
 #include <cmath>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -21,19 +22,15 @@ TEST(ControlVersion, FollowsTheHostVersionThresholds) {
 }
 
 TEST(Flags, ConsoleMarksFrom2010_029AndDefaultModuleScope) {
-  struct Case {
-    uint32_t flags;
-    double host;
-    uint32_t expected;
-  };
-  const Case console[] = {{2 | kConsoleSafeMark, 2010.029, 2 | REALconsoleSafe},
-                          {kConsoleOnlyMark, 2010.029, REALconsoleOnly},
-                          {kConsoleSafeMark | kConsoleOnlyMark, 2019.0, 12},
-                          {2 | kConsoleSafeMark, 2010.028, 2},
-                          {4 | kConsoleOnlyMark, 2009.0, 4},
-                          {2 | 4, 2010.029, 6}};
-  for (const Case& c : console) {
-    EXPECT_EQ(ConsoleFlagsFor(c.flags, c.host), c.expected) << c.flags << " " << c.host;
+  const std::tuple<uint32_t, double, uint32_t> console[] = {
+      {2 | kConsoleSafeMark, 2010.029, 2 | REALconsoleSafe},
+      {kConsoleOnlyMark, 2010.029, REALconsoleOnly},
+      {kConsoleSafeMark | kConsoleOnlyMark, 2019.0, 12},
+      {2 | kConsoleSafeMark, 2010.028, 2},
+      {4 | kConsoleOnlyMark, 2009.0, 4},
+      {2 | 4, 2010.029, 6}};
+  for (const auto& [flags, host, expected] : console) {
+    EXPECT_EQ(ConsoleFlagsFor(flags, host), expected) << flags << " " << host;
   }
   const std::pair<uint32_t, uint32_t> scopes[] = {
       {0, REALScopePublic}, {4, 4 | REALScopePublic}, {16 | 4, 20}, {0x20, 0x20}};
@@ -51,12 +48,7 @@ std::string Rewritten(const char* declaration, bool asSetter) {
 }
 
 TEST(ExtensionDeclaration, GetterAndSetterForms) {
-  struct Case {
-    const char* declaration;
-    bool setter;
-    const char* expected;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, bool, const char*> cases[] = {
       {"Name as string", false, "Name(extends ref as Folderitem) as string"},
       {"Name as string", true, "Name(extends ref as Folderitem, assigns value as string)"},
       {"Name", false, "Name(extends ref as Folderitem)"},
@@ -65,8 +57,8 @@ TEST(ExtensionDeclaration, GetterAndSetterForms) {
        "Size(extends ref as Folderitem, unit as integer) as integer"},
       {"Size(unit as integer) as integer", true,
        "Size(extends ref as Folderitem, unit as integer, assigns value as integer)"}};
-  for (const Case& c : cases) {
-    EXPECT_EQ(Rewritten(c.declaration, c.setter), c.expected) << c.declaration << " " << c.setter;
+  for (const auto& [declaration, setter, expected] : cases) {
+    EXPECT_EQ(Rewritten(declaration, setter), expected) << declaration << " " << setter;
   }
 }
 
@@ -77,8 +69,7 @@ TEST(ExtensionDeclaration, ResultsThatOverflowTheBufferFail) {
   EXPECT_EQ(Rewritten(fits.c_str(), true), "<failed>");
 }
 
-// Extension methods with a setter become two module methods, setter first; the plug-in's own
-// folder item extension has none, so no host profile sees this.
+// Extension methods with a setter become two module methods, setter first (no profile sees this).
 std::vector<REALmoduleDefinition*>& Modules() {
   static auto* modules = new std::vector<REALmoduleDefinition*>;  // kept, as by a host
   return *modules;
@@ -119,16 +110,16 @@ TEST(ExtensionModule, SettersComeBeforeTheirGetters) {
   ASSERT_EQ(Modules().size(), 1u);
   const REALmoduleDefinition& module = *Modules()[0];
   ASSERT_EQ(module.methodCount, 3u);
-  const REALproc handlers[] = {Handler<1>, Handler<3>, Handler<2>};
-  const char* forms[] = {"Open(extends ref as Folderitem, gamma as single) as boolean",
-                         "Name(extends ref as Folderitem, assigns value as string)",
-                         "Name(extends ref as Folderitem) as string"};
-  const uint32_t flags[] = {20, 16, 16};
+  const std::tuple<REALproc, const char*, uint32_t> expected[] = {
+      {Handler<1>, "Open(extends ref as Folderitem, gamma as single) as boolean", 20},
+      {Handler<3>, "Name(extends ref as Folderitem, assigns value as string)", 16},
+      {Handler<2>, "Name(extends ref as Folderitem) as string", 16}};
   for (size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(module.methods[i].function, handlers[i]) << i;
+    const auto& [handler, declaration, flags] = expected[i];
+    EXPECT_EQ(module.methods[i].function, handler) << i;
     EXPECT_EQ(module.methods[i].setterFunction, nullptr) << i;
-    EXPECT_STREQ(module.methods[i].declaration, forms[i]);
-    EXPECT_EQ(module.methods[i].mFlags, flags[i]) << i;
+    EXPECT_STREQ(module.methods[i].declaration, declaration);
+    EXPECT_EQ(module.methods[i].mFlags, flags) << i;
   }
 }
 
