@@ -178,6 +178,10 @@ void ArrayObject::Publish() {
   if (element == TypeKind::Object) storage = objects.data();
   record.upperBound = static_cast<RBInteger>(Size()) - 1;
   record.storage = direct ? storage : nullptr;
+  if (direct && !shown) {
+    zeros.assign(Size(), 0);
+    opaque.storage = zeros.data();
+  }
 }
 
 std::vector<void*> ArrayObject::TakeChildren() {
@@ -194,6 +198,7 @@ void ArrayObject::FreePayload() {
   integers.clear();
   objects.clear();
   record.storage = nullptr;
+  opaque.storage = nullptr;
 }
 
 REALproc ArrayGetter(TypeKind element) {

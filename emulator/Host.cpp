@@ -54,6 +54,10 @@ Host::State& CurrentState() {
   return Host::Instance().Internal();
 }
 
+bool LegacyRecordsShown() {
+  return CurrentState().profile.LegacyRecords();
+}
+
 InstanceObject::InstanceObject(size_t cls, std::string name, size_t bytes, EventHandlers events,
                                std::string made)
     : Object(ObjectKind::Instance, std::move(made)),

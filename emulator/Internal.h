@@ -48,9 +48,15 @@ struct Object {
   bool dying = false;
 };
 
+// Hosts from 2017.0 on keep strings, memory blocks and arrays opaque: their handles lead to no
+// record a plug-in may read. There the emulator hands out the address of a record that says
+// nothing (no data, negative sizes, an array storage of zeros, a string that claims to be UTF-8),
+// so that a plug-in that reads it anyway gets a wrong result instead of the right one.
+bool LegacyRecordsShown();
+
 struct StringObject : Object {
   StringObject(std::string_view bytes, uint32_t encoding, std::string made);
-  void* Handle() override { return &record; }
+  void* Handle() override { return shown ? static_cast<void*>(&record) : &opaque; }
   std::string ClassName() const override { return "String"; }
   void SyncReferences() override { record.usageCount = refs; }
   void FreePayload() override;
@@ -58,21 +64,25 @@ struct StringObject : Object {
 
   REALstringLegacy record{};
   std::unique_ptr<unsigned char[]> buffer;
+  bool shown = LegacyRecordsShown();
+  REALstringLegacy opaque{0, nullptr, -1, -1, kREALTextEncodingUTF8};
 };
 
 struct MemoryBlockObject : Object {
   MemoryBlockObject(size_t size, std::string made);
-  void* Handle() override { return &record; }
+  void* Handle() override { return shown ? static_cast<void*>(&record) : &opaque; }
   std::string ClassName() const override { return "MemoryBlock"; }
   void FreePayload() override;
 
   REALmemoryBlockLegacy record{};
   std::unique_ptr<unsigned char[]> data;
+  bool shown = LegacyRecordsShown();
+  REALmemoryBlockLegacy opaque{{nullptr, nullptr}, nullptr, -1};
 };
 
 struct ArrayObject : Object {
   ArrayObject(TypeKind element, bool direct, std::string made);
-  void* Handle() override { return &record; }
+  void* Handle() override { return shown ? static_cast<void*>(&record) : &opaque; }
   std::string ClassName() const override;
   std::vector<void*> TakeChildren() override;
   void FreePayload() override;
@@ -80,6 +90,9 @@ struct ArrayObject : Object {
   void Publish();  // points the record at the elements
 
   REALarrayLegacy record{};
+  bool shown = LegacyRecordsShown();
+  REALarrayLegacy opaque{{nullptr, nullptr}, -1, nullptr};
+  std::vector<uint64_t> zeros;  // the opaque record's storage, as many elements as the array
   TypeKind element;
   bool direct;
   std::vector<RBColor> colors;
