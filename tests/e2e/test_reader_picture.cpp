@@ -1,5 +1,4 @@
-// "ReadPicture as boolean": every kind of image into host pictures and masks in every storage the
-// host uses, SwapRB, gamma, damaged data, and CombinePictureWithMask.
+// ReadPicture: every kind of image into pictures and masks of every host storage, and its failures.
 #include <dlfcn.h>
 #include <string.h>
 
@@ -38,8 +37,7 @@ const Kind kKinds[] = {
     {3, 8, kGraded, true},
 };
 
-// 21 × 11 pixels. The graded tRNS lists fewer alphas than the palette has entries, so the last
-// entries stay opaque.
+// The graded tRNS lists fewer alphas than the palette has entries: the last entry stays opaque.
 samples::Image Make(const Kind& k, bool interlaced) {
   samples::Image image = samples::Pattern(21, 11, k.depth, k.colorType, interlaced);
   const Bytes graded = {0, 255, 128, 7, 250, 64, 1, 200, 99, 33, 180};
@@ -67,8 +65,7 @@ class ReaderPicture : public PluginTest {
   static emu::Value Mask(Reader& reader) { return Host().GetProperty(reader.object, "Mask"); }
 };
 
-// Against libspng's decode: colours opaque (red and blue exchanged with SwapRB), 255 − alpha in
-// the mask. cairo is in the process of Linux desktop hosts only.
+// Against an independent decode. cairo is in the process of Linux desktop hosts only.
 TEST_F(ReaderPicture, EveryKindInEveryStorage) {
   const bool linuxDesktop = Desktop() && Profile().platform == emu::Platform::Linux;
   EXPECT_EQ(dlsym(RTLD_DEFAULT, "cairo_get_target") != nullptr, linuxDesktop);
@@ -90,6 +87,7 @@ TEST_F(ReaderPicture, EveryKindInEveryStorage) {
           EXPECT_EQ(Host().RawPicture(pict).format, storage.format);
           EXPECT_EQ(Rgba(pict), Colours(expected, swap));
           EXPECT_GE(Host().PictureStats(pict).clearCaches, 1);
+          EXPECT_EQ(reader.Call("RowBytes").AsInteger(), 21 * 4) << "rows are still RGBA";
           ASSERT_EQ(Mask(reader).IsNil(), !k.mask);
           if (k.mask) {
             EXPECT_EQ(Rgba(Mask(reader)), MaskOf(expected));
@@ -101,12 +99,9 @@ TEST_F(ReaderPicture, EveryKindInEveryStorage) {
   }
 }
 
-// Red, blue and a green of alpha 64 through the RGB and RGBA decoders, plain and interlaced, and
-// the words stored for red and blue in host byte order: gd's alpha 0 and cairo's alpha 255 are
-// opaque, and the bitmap context of alpha info 1 keeps R, G, B, A in memory.
+// The words stored for red and blue in host byte order: gd's alpha 0 and cairo's alpha 255 are
+// opaque, the bitmap context of alpha info 1 keeps R, G, B, A in memory.
 TEST_F(ReaderPicture, SwapRBAndMaskInEveryDecoder) {
-  const Bytes plain = {255, 0, 0, 255, 0, 0, 255, 255, 0, 255, 0, 255};
-  const Bytes swapped = {0, 0, 255, 255, 255, 0, 0, 255, 0, 255, 0, 255};
   const Bytes mask = {0, 0, 0, 255, 255, 255, 255, 255, 191, 191, 191, 255};
   const std::map<int, std::pair<uint32_t, uint32_t>> kWords = {
       {1, {0xFF0000FFu, 0xFFFF0000u}},
@@ -124,7 +119,6 @@ TEST_F(ReaderPicture, SwapRBAndMaskInEveryDecoder) {
                                           << interlaced << " SwapRB " << swap);
         Reader reader;
         ASSERT_TRUE(ReadPicture(reader, samples::Encode(image), -1.0, swap));
-        EXPECT_EQ(Rgba(Pict(reader)), swap ? swapped : plain);
         if (colorType == 6) {
           EXPECT_EQ(Rgba(Mask(reader)), mask);
         }
@@ -160,14 +154,11 @@ TEST_F(ReaderPicture, PaletteGammaAsInTheRows) {
   }
 }
 
-// The joined picture keeps the resolutions, which go through whichever integer property entry
-// points the host serves: the current ones, the older 32-bit ones, or none (the default stays).
+// Resolutions go through the integer property entry points served: current, older, none (72).
 TEST_F(ReaderPicture, CombinePictureWithMask) {
   const std::map<int, RBInteger> kResolution = {{2, 150}, {1, 150}, {0, 72}};
-  int served = 0;
-  for (const char* name : {"REALGetPropValueInteger", "REALGetPropValueInt"}) {
-    served += Profile().withheld.count(name) == 0 ? 1 : 0;
-  }
+  const int served = 2 - static_cast<int>(Profile().withheld.count("REALGetPropValueInteger") +
+                                          Profile().withheld.count("REALGetPropValueInt"));
   const Bytes png = samples::Encode(samples::Pattern(11, 5, 8, 6, false));
   uint32_t w = 0, h = 0;
   const Bytes expected = samples::DecodeRGBA(png, &w, &h);
@@ -181,11 +172,6 @@ TEST_F(ReaderPicture, CombinePictureWithMask) {
             kResolution.at(served));
   EXPECT_EQ(Host().GetProperty(combined, "VerticalResolution").AsInteger(), kResolution.at(served));
   EXPECT_EQ(Rgba(reader.Call("CombinePictureWithMask")), expected) << "as often as wanted";
-
-  Reader plain;
-  ASSERT_TRUE(ReadPicture(plain, samples::Encode(samples::Pattern(4, 4, 8, 2, false))));
-  EXPECT_EQ(plain.Call("CombinePictureWithMask").Handle(), Pict(plain).Handle())
-      << "without a mask the picture itself comes back";
   Reader none;
   EXPECT_TRUE(none.Call("CombinePictureWithMask").IsNil());
 }
@@ -220,9 +206,8 @@ Bytes CutInImageData(const Bytes& png) {
   return Bytes(png.begin(), type + 4 + length / 2);
 }
 
-// With AllowDamaged a plain image gives the rows a row reader gets before the cut (the last from
-// the zeros the source hands out past its end), the rest as the host made it (white); an
-// interlaced one gives no picture, and its mask comes back undecoded.
+// With AllowDamaged a plain image gives the rows a row reader gets, the rest white; an interlaced
+// one gives no picture.
 TEST_F(ReaderPicture, DamagedImages) {
   const struct {
     int colorType, depth;
@@ -259,9 +244,8 @@ TEST_F(ReaderPicture, DamagedImages) {
   }
 }
 
-// A second ReadPicture finds no rows left: the Error event, and then what AllowDamaged and the
-// decoder make of a reader that already holds the first picture. The RGB decoder gives it back
-// before decoding; the RGBA decoder replaces it only with what it renders.
+// A second ReadPicture finds no rows left. The RGB decoder gives the first picture back before
+// decoding; the RGBA decoder replaces it only with what it renders.
 TEST_F(ReaderPicture, SecondReadPicture) {
   enum Kept { kNone, kFirst, kNew };
   const struct {
