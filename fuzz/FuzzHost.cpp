@@ -32,10 +32,6 @@ emu::Value CheckedPict(const emu::Value& owner) {
   return pict;
 }
 
-emu::EventHandlers IgnoredEvents() {
-  return {{"Error", [](const emu::EventArgs&) {}}, {"Warning", [](const emu::EventArgs&) {}}};
-}
-
 }  // namespace fuzz
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -51,8 +47,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Input input{data, size};
-  fuzz::Run(input);
+  fuzz::Run({data, size});
   const emu::AuditReport report = fuzz::host->Audit();
   if (!report.Clean()) fuzz::Require(false, ("audit failed:\n" + report.Format()).c_str());
   fuzz::host->ClearLastException();

@@ -1,5 +1,5 @@
-// What the fuzz targets share: the host with the real plug-in, the input read as choices, and
-// after every input the audit that each reference the plug-in took was given back.
+// What the fuzz targets share: the host with the real plug-in, the input read as choices, the
+// audit.
 #pragma once
 
 #include "emulator/Emulator.h"
@@ -33,7 +33,7 @@ struct Input {
 extern emu::Host* host;  // of the profile PNGKRV_HOST names (linux-desktop-2019.1 when unset)
 
 // What one input does, defined by each target; what it made is released before the audit.
-void Run(Input& in);
+void Run(Input in);
 // Defined only by a target linking the plug-in's code: called instead of loading the plug-in.
 void UseLinkedPlugin() __attribute__((weak));
 
@@ -44,6 +44,8 @@ inline RBInteger IntProperty(const emu::Value& object, const char* name) {
 }
 // The Pict of a reader or PNGPictureKRV, required to be nil or of its owner's size.
 emu::Value CheckedPict(const emu::Value& owner);
-emu::EventHandlers IgnoredEvents();  // Error and Warning handlers that do nothing
+inline emu::EventHandlers IgnoredEvents() {  // Error and Warning handlers that do nothing
+  return {{"Error", [](const emu::EventArgs&) {}}, {"Warning", [](const emu::EventArgs&) {}}};
+}
 
 }  // namespace fuzz

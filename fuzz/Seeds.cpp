@@ -18,10 +18,8 @@ struct Corpus {
   void Add(std::initializer_list<Bytes> parts) {
     Bytes seed;
     for (const Bytes& part : parts) seed.insert(seed.end(), part.begin(), part.end());
-    char name[32];
-    snprintf(name, sizeof name, "/seed-%03d", count++);
     mkdir(folder.c_str(), 0755);
-    WriteFile(folder + name, seed);
+    WriteFile(folder + "/seed-" + std::to_string(1000 + count++).substr(1), seed);
   }
 };
 

@@ -2,7 +2,7 @@
 // "CgBIToPNGStringKRV", whose every result must decode in full. Input: a byte of choices, the data.
 #include "fuzz/FuzzHost.h"
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   const uint8_t choices = input.Byte();
   const emu::Value data = host->MakeString(input.Rest(), kREALTextEncodingUnknown);
   const emu::Value special = host->New("PNGReaderKRV");

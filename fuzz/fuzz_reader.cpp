@@ -26,9 +26,8 @@ struct Session {
   void ReadAllRows(const char* operation) {
     const emu::Value block = RowBlock();
     const RBInteger rows = IntProperty(reader, "Interlacing") * IntProperty(reader, "Height");
-    for (RBInteger y = 0; y < rows && rowsLeft > 0; ++y, --rowsLeft) {
+    for (RBInteger y = 0; y < rows && rowsLeft > 0; ++y, --rowsLeft)
       if (!Call(operation, {block}).AsBoolean()) return;
-    }
   }
 };
 
@@ -65,7 +64,7 @@ void (*const kOperations[])(Session&) = {
 
 }  // namespace
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   const uint8_t choices = input.Byte();
   Session s{host->New("PNGReaderKRV", choices & 4 ? emu::EventHandlers{} : IgnoredEvents()),
             input.Gamma(), input.Gamma()};

@@ -10,11 +10,10 @@ void UseLinkedPlugin() {
   rbversion = host->CurrentProfile().version;
 }
 
-void Run(Input& input) {
+void Run(Input input) {
   // Versions whose text routes differ: record reads, data records, conversions, UTF-32 via UTF-16.
   static const double kVersions[] = {2019.1, 2016.0, 2012.0, 2011.0};
   emu::Profile profile;
-  profile.name = "text";
   profile.version = kVersions[input.Byte() % 4];
   if (rbversion != profile.version) {
     host->Shutdown();

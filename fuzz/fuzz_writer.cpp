@@ -19,8 +19,7 @@ struct Session : Input {
   }
 
   RBInteger Dimension() {  // small, of interest, or raw
-    static const RBInteger kValues[] = {0,  1,  2,     3,     7,       8,      16,
-                                        33, -1, 32767, 32768, 1000000, 1000001};
+    const RBInteger kValues[] = {0, 1, 2, 3, 7, 8, 16, 33, -1, 32767, 32768, 1000000, 1000001};
     const uint8_t choice = Byte();
     if (choice < 0xC0) return choice % 40;
     if (choice < 0xF0) return kValues[choice % (sizeof kValues / sizeof kValues[0])];
@@ -40,7 +39,6 @@ struct Session : Input {
     return bytes;
   }
   emu::Value Block() { return host->MemoryBlockFrom(Fill(Uint(2), '\0', 16)); }  // up to 64 KiB
-  // Of input pixels, with an alpha channel or a grey mask as the input says.
   emu::Value Picture() {
     const RBInteger width = 1 + Byte() % 24, height = 1 + Byte() % 24;
     const uint8_t kind = Byte();
@@ -103,7 +101,7 @@ void (*const kOperations[])(Session&) = {
 
 }  // namespace
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   Session s{input};
   for (int i = 0; i < 64 && !s.Empty(); ++i) {
     s.op = s.Byte();
