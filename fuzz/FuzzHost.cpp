@@ -9,17 +9,6 @@ namespace fuzz {
 
 emu::Host* host = nullptr;
 
-uint32_t Input::Uint(int bytes) {
-  uint32_t v = 0;
-  for (int i = 0; i < bytes; ++i) v = v << 8 | Byte();
-  return v;
-}
-
-int64_t Input::Signed(int bytes) {
-  const int shift = 64 - 8 * bytes;
-  return static_cast<int64_t>(uint64_t{Uint(bytes)} << shift) >> shift;
-}
-
 double Input::Gamma() {
   static const double kValues[] = {0.0,    -1.0,  1.0,    2.2,    1.0 / 2.2, 1.8, 0.01,    100.0,
                                    1e-300, 1e300, -1e300, 0.0001, 3.5,       NAN, INFINITY};
@@ -31,16 +20,8 @@ double Input::Gamma() {
   return raw;
 }
 
-std::string_view Input::Bytes(size_t count) {
-  const size_t n = count < size_ - at_ ? count : size_ - at_;
-  at_ += n;
-  return std::string_view(reinterpret_cast<const char*>(data_ + at_ - n), n);
-}
-
 void Require(bool condition, const char* what) {
-  if (condition) return;
-  fprintf(stderr, "%s\n", what);
-  abort();
+  if (!condition) fprintf(stderr, "%s\n", what), abort();
 }
 
 emu::Value CheckedPict(const emu::Value& owner) {
@@ -49,11 +30,6 @@ emu::Value CheckedPict(const emu::Value& owner) {
                            IntProperty(pict, "Height") == IntProperty(owner, "Height")),
           "a decoded picture whose size is not its owner's");
   return pict;
-}
-
-emu::EventHandlers IgnoredEvents() {
-  const auto ignore = [](const emu::EventArgs&) {};
-  return {{"Error", ignore}, {"Warning", ignore}};
 }
 
 }  // namespace fuzz
@@ -71,8 +47,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Input input(data, size);
-  fuzz::Run(input);
+  fuzz::Run({data, size});
   const emu::AuditReport report = fuzz::host->Audit();
   if (!report.Clean()) fuzz::Require(false, ("audit failed:\n" + report.Format()).c_str());
   fuzz::host->ClearLastException();

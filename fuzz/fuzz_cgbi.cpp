@@ -2,7 +2,7 @@
 // "CgBIToPNGStringKRV", whose every result must decode in full. Input: a byte of choices, the data.
 #include "fuzz/FuzzHost.h"
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   const uint8_t choices = input.Byte();
   const emu::Value data = host->MakeString(input.Rest(), kREALTextEncodingUnknown);
   const emu::Value special = host->New("PNGReaderKRV");
@@ -15,9 +15,8 @@ void fuzz::Run(Input& input) {
   const std::string source = host->GetProperty(special, "SourceData").Bytes();
   Require(!opened || source.compare(0, 8, "\x89PNG\r\n\x1A\n") == 0,
           "the rewritten stream does not start with the signature");
-  if (opened && host->Call(special, "ApplyOptions", {-1.0}).AsBoolean() && (choices & 2)) {
+  if (opened && host->Call(special, "ApplyOptions", {-1.0}).AsBoolean() && (choices & 2))
     host->Call(special, "ReadPicture");
-  }
   const emu::Value png = host->CallGlobal("CgBIToPNGStringKRV", {data});
   Require(!host->LastException(), "CgBIToPNGStringKRV raised an exception");
   if (png.Bytes().empty()) return;
@@ -29,8 +28,6 @@ void fuzz::Run(Input& input) {
   const RBInteger rows = IntProperty(reader, "Height") * IntProperty(reader, "Interlacing");
   if (rowBytes * rows > (1 << 20)) return;  // the header has proved the conversion already
   const emu::Value row = host->NewMemoryBlock(rowBytes);
-  for (RBInteger y = 0; y < rows; ++y) {
-    Require(host->Call(reader, "ReadRow", {row}).AsBoolean(),
-            "a row of a converted stream does not decode");
-  }
+  for (RBInteger y = 0; y < rows; ++y)
+    Require(host->Call(reader, "ReadRow", {row}).AsBoolean(), "a converted row does not decode");
 }

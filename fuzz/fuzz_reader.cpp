@@ -2,9 +2,7 @@
 // Input: a byte of choices, two gammas, a count and that many operation bytes, then the data.
 #include "fuzz/FuzzHost.h"
 
-using fuzz::host;
-using fuzz::IntProperty;
-using fuzz::Require;
+using namespace fuzz;
 
 namespace {
 
@@ -20,6 +18,7 @@ struct Session {
     Require(!host->LastException(), "the reader raised an exception");
     return result;
   }
+  void ApplyOptions() { Call("ApplyOptions", {gamma, screenGamma}); }
   emu::Value RowBlock(RBInteger shorter = 0) {
     const RBInteger size = Call("RowBytes").AsInteger() - shorter;
     return host->NewMemoryBlock(size > 0 && size <= (RBInteger{1} << 24) ? size : 1);
@@ -27,16 +26,15 @@ struct Session {
   void ReadAllRows(const char* operation) {
     const emu::Value block = RowBlock();
     const RBInteger rows = IntProperty(reader, "Interlacing") * IntProperty(reader, "Height");
-    for (RBInteger y = 0; y < rows && rowsLeft > 0; ++y, --rowsLeft) {
+    for (RBInteger y = 0; y < rows && rowsLeft > 0; ++y, --rowsLeft)
       if (!Call(operation, {block}).AsBoolean()) return;
-    }
   }
 };
 
 void (*const kOperations[])(Session&) = {
     [](Session& s) {
       s.Call("ReadPicture");
-      fuzz::CheckedPict(s.reader);
+      CheckedPict(s.reader);
     },
     [](Session& s) { s.Call("ReadRow"); },
     [](Session& s) { s.Call("ReadRow", {s.RowBlock()}); },
@@ -44,21 +42,19 @@ void (*const kOperations[])(Session&) = {
     [](Session& s) { s.Call("ReadRowAlphaOnly", {s.RowBlock()}); },
     [](Session& s) {
       emu::Value intent(RBInteger{-5});
-      const bool found = s.Call("ReadsRGBTag", {emu::ByRef(intent)}).AsBoolean();
-      Require(found || intent.AsInteger() == 0, "ReadsRGBTag failed without clearing intent");
+      Require(s.Call("ReadsRGBTag", {emu::ByRef(intent)}).AsBoolean() || intent.AsInteger() == 0,
+              "ReadsRGBTag failed without clearing intent");
     },
     [](Session& s) {
       emu::Value name, compression(RBInteger{7}), profile;
-      const emu::Value found = s.Call(
-          "ReadICCProfile", {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)});
-      Require(
-          found.AsBoolean() || (name.IsNil() && profile.IsNil() && compression.AsInteger() == 0),
-          "ReadICCProfile failed without clearing its arguments");
+      const bool found =
+          s.Call("ReadICCProfile", {emu::ByRef(name), emu::ByRef(compression), emu::ByRef(profile)})
+              .AsBoolean();
+      Require(found || (name.IsNil() && profile.IsNil() && compression.AsInteger() == 0),
+              "ReadICCProfile failed without clearing its arguments");
     },
     [](Session& s) { s.Call("CombinePictureWithMask"); },
-    [](Session& s) {
-      s.Call("ApplyOptions", {s.gamma, s.screenGamma});
-    },
+    [](Session& s) { s.ApplyOptions(); },
     [](Session& s) { s.Call("ReadRow", {s.RowBlock(1 + s.op / 14)}); },
     [](Session& s) { s.ReadAllRows("ReadRow"); },
     [](Session& s) { s.ReadAllRows("ReadRowMaskOnly"); },
@@ -68,18 +64,15 @@ void (*const kOperations[])(Session&) = {
 
 }  // namespace
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   const uint8_t choices = input.Byte();
-  Session s;
-  s.gamma = input.Gamma();
-  s.screenGamma = input.Gamma();
+  Session s{host->New("PNGReaderKRV", choices & 4 ? emu::EventHandlers{} : IgnoredEvents()),
+            input.Gamma(), input.Gamma()};
   const std::string_view ops = input.Bytes(input.Byte() % 16);
-  s.reader = host->New("PNGReaderKRV", choices & 4 ? emu::EventHandlers{} : fuzz::IgnoredEvents());
   host->SetProperty(s.reader, "AllowDamaged", (choices & 1) != 0);
   host->SetProperty(s.reader, "SwapRB", (choices & 2) != 0);
   const emu::Value data = host->MakeString(input.Rest(), kREALTextEncodingUnknown);
-  if (s.Call("OpenData", {data}).AsBoolean() && !(choices & 8))
-    s.Call("ApplyOptions", {s.gamma, s.screenGamma});
+  if (s.Call("OpenData", {data}).AsBoolean() && !(choices & 8)) s.ApplyOptions();
   for (const char op : ops) {
     s.op = static_cast<uint8_t>(op);
     kOperations[s.op % 14](s);

@@ -1,32 +1,25 @@
 // PNGWriterKRV driven by the input: header, palette, rows, chunk setters and the writing sequence.
 // Input: up to 64 operations, each a byte followed by its arguments.
-#include <string>
-#include <vector>
-
 #include "fuzz/FuzzHost.h"
 
-using fuzz::host;
+using namespace fuzz;
 
 namespace {
 
-// The input, whence the operations take their arguments, and the writer they drive.
-struct Session : fuzz::Input {
-  emu::Value writer = host->New("PNGWriterKRV", fuzz::IgnoredEvents());
+struct Session : Input {
+  emu::Value writer = host->New("PNGWriterKRV", IgnoredEvents());
   uint8_t op = 0;
 
   // Whatever the values, the only exceptions are those of nil arguments and rows.
   emu::Value Call(const char* name, std::vector<emu::Arg> args = {}) {
     emu::Value result = host->Call(writer, name, std::move(args));
     const auto& raised = host->LastException();
-    fuzz::Require(!raised || raised->className == "NilObjectException",
-                  "the writer raised an unexpected exception");
+    Require(!raised || raised->className == "NilObjectException", "an unexpected exception");
     return result;
   }
-  void Set(const char* property, RBInteger value) { host->SetProperty(writer, property, value); }
 
   RBInteger Dimension() {  // small, of interest, or raw
-    static const RBInteger kValues[] = {0,  1,  2,     3,     7,       8,      16,
-                                        33, -1, 32767, 32768, 1000000, 1000001};
+    const RBInteger kValues[] = {0, 1, 2, 3, 7, 8, 16, 33, -1, 32767, 32768, 1000000, 1000001};
     const uint8_t choice = Byte();
     if (choice < 0xC0) return choice % 40;
     if (choice < 0xF0) return kValues[choice % (sizeof kValues / sizeof kValues[0])];
@@ -46,7 +39,6 @@ struct Session : fuzz::Input {
     return bytes;
   }
   emu::Value Block() { return host->MemoryBlockFrom(Fill(Uint(2), '\0', 16)); }  // up to 64 KiB
-  // Of input pixels, with an alpha channel or a grey mask as the input says.
   emu::Value Picture() {
     const RBInteger width = 1 + Byte() % 24, height = 1 + Byte() % 24;
     const uint8_t kind = Byte();
@@ -58,9 +50,9 @@ struct Session : fuzz::Input {
 };
 
 void (*const kOperations[])(Session&) = {
-    [](Session& s) { s.Set("Width", s.Dimension()); },
-    [](Session& s) { s.Set("Height", s.Dimension()); },
-    [](Session& s) { s.Set("Type", s.Byte() % 9); },
+    [](Session& s) { host->SetProperty(s.writer, "Width", s.Dimension()); },
+    [](Session& s) { host->SetProperty(s.writer, "Height", s.Dimension()); },
+    [](Session& s) { host->SetProperty(s.writer, "Type", s.Byte() % 9); },
     [](Session& s) {
       s.Call("SetHeader", {(s.Byte() & 1) != 0, s.Signed(1), s.Signed(1) % 12});
     },
@@ -87,8 +79,7 @@ void (*const kOperations[])(Session&) = {
     [](Session& s) { s.Call("WriteRows"); },
     [](Session& s) { s.Call("WriteRow", {s.Block()}); },
     [](Session& s) { s.Call("WriteEnd"); },
-    [](Session& s) {
-      // A finished stream decodes without harm; what it holds is the writer's business.
+    [](Session& s) {  // a finished stream decodes without harm
       const emu::Value stream = s.Call("Finish");
       if (!stream.IsNil()) host->CallGlobal("PNGStringToPictureKRV", {stream});
     },
@@ -104,13 +95,13 @@ void (*const kOperations[])(Session&) = {
       for (emu::Value& row : rows) row = s.Block();
       s.Call("SetRows", {host->MakeMemoryBlockArray(rows)});
     },
-    [](Session& s) { s.Set(s.op & 0x80 ? "Rowbytes" : "bpc", s.Signed(2)); },
-    [](Session& s) { s.writer = host->New("PNGWriterKRV", fuzz::IgnoredEvents()); },
+    [](Session& s) { host->SetProperty(s.writer, s.op & 0x80 ? "Rowbytes" : "bpc", s.Signed(2)); },
+    [](Session& s) { s.writer = host->New("PNGWriterKRV", IgnoredEvents()); },
 };
 
 }  // namespace
 
-void fuzz::Run(Input& input) {
+void fuzz::Run(Input input) {
   Session s{input};
   for (int i = 0; i < 64 && !s.Empty(); ++i) {
     s.op = s.Byte();
