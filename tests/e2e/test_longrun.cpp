@@ -1,6 +1,5 @@
-// Decode and encode cycles of assorted small images in one process: once warm, the allocator holds
-// no more bytes than it did and the audit stays clean. PNGKRV_LONGRUN gives the number of cycles;
-// without it the test skips, so that only its own CTest entry runs it.
+// Decode and encode cycles in one process: once warm, the allocator holds no more bytes and the
+// audit stays clean. Runs only with PNGKRV_LONGRUN (the cycle count), as its own CTest entry.
 #include <malloc.h>
 #include <stdlib.h>
 

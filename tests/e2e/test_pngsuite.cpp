@@ -48,23 +48,13 @@ TEST_F(PngSuite, DecodesThroughRowsInProcess) {
   }
 }
 
-TEST_F(PngSuite, ToolInfoAndUsage) {
+TEST_F(PngSuite, ToolInfo) {
   if (!FullServiceHost() || !Desktop()) GTEST_SKIP() << "one profile is enough";
   const ToolRun info = RunTool("info " + PathOf("basi3p02.png"));
   EXPECT_EQ(info.status, 0);
   EXPECT_EQ(info.output,
             "width: 32\nheight: 32\nbit_depth: 2\ncolor_type: 2\ninterlace_type: 1\npasses: 7\n"
             "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\n");
-  EXPECT_EQ(RunTool("info").status, 2);
-  EXPECT_EQ(RunTool("--host nowhere info x.png").status, 2);
-  EXPECT_EQ(RunTool("rows --gamma abc a.png b.pam").status, 2);
-  const TempFile out(Bytes{});
-  const ToolRun corrupt = RunTool("rows " + PathOf("xcrn0g04.png") + " " + out.path);
-  EXPECT_EQ(corrupt.status, 1);
-  EXPECT_NE(corrupt.output.find("error: "), std::string::npos) << corrupt.output;
-  const ToolRun missing = RunTool("info /nonexistent.png");
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.output.find("cannot open"), std::string::npos);
 }
 
 }  // namespace

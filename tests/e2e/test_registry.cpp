@@ -5,9 +5,8 @@
 namespace e2e {
 namespace {
 
-// By host version: the control version, the layout and version word the classes arrive in, what
-// the mark for members that need pictures becomes (console-safe 4, or nothing), and whether the
-// extension and the globals come as modules. A profile of a version not listed here fails.
+// By host version: control version, class layout and version word, the mark of members needing
+// pictures, and whether the extension and globals come as modules. Unlisted versions fail.
 struct HostExpectation {
   double version;
   int32_t control;
@@ -30,9 +29,8 @@ const HostExpectation& Expected() {
   return none;
 }
 
-// An entry as the tables list it: flag letters, a space, then what is registered. R: run time only
-// (2); C: console-safe (4); P: the mark for what needs pictures; M: a module's method (16).
-// Events and constants have no flags.
+// Flag letters, a space, the declaration. R: run time only (2); C: console-safe (4); P: the
+// mark for what needs pictures; M: a module's method (16). Events and constants have none.
 std::string Entry(const std::string& line) {
   const size_t space = line.find(' ');
   if (line.find_first_not_of("RCPM") != space) return line;

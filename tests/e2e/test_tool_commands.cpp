@@ -1,11 +1,10 @@
-// pngkrv decode, save, cgbi, registry and demo, run as a process: the one-call openers and savers
-// round-trip the PNG suite and generated images with the expected pixels.
+// pngkrv run as a process: its commands' options, outputs, failures and exit statuses.
 #include <stdlib.h>
 
 #include <algorithm>
 #include <deque>
 #include <filesystem>
-#include <map>
+#include <tuple>
 
 #include "tests/e2e/Fixture.h"
 
@@ -22,44 +21,22 @@ Bytes Pixels(const std::string& path) {
   return samples::DecodePAM(file, &w, &h, &rgba) ? rgba : samples::DecodeRGBA(file, &w, &h);
 }
 
-// At most 256 colours and, with alphas, one alpha to a colour.
-bool FitsPalette(const Bytes& rgba, bool withAlphas) {
-  std::map<uint32_t, uint8_t> alphas;
-  for (size_t i = 0; i < rgba.size(); i += 4) {
-    const uint32_t colour = uint32_t{rgba[i]} << 16 | uint32_t{rgba[i + 1]} << 8 | rgba[i + 2];
-    if (withAlphas && alphas.count(colour) && alphas[colour] != rgba[i + 3]) return false;
-    alphas[colour] = rgba[i + 3];
-  }
-  return alphas.size() <= 256;
-}
-
-// The suite's valid images (when present) and generated ones with alpha, grey, 16-bit and
-// interlaced among them, each with an output file; under one profile of each application kind.
+// Generated images, each with an output file, under one profile of each application kind.
 class ToolRoundTrip : public PluginTest {
  protected:
   void SetUp() override {
     if (!FullServiceHost()) GTEST_SKIP() << "one profile of each application kind";
-    if (!PngSuiteDir().empty()) {
-      for (const auto& entry : std::filesystem::directory_iterator(PngSuiteDir())) {
-        const std::string name = entry.path().filename();
-        if (name[0] != 'x' && entry.path().extension() == ".png") inputs.push_back(entry.path());
-      }
-    }
     for (const samples::Image& image :
          {samples::Pattern(33, 17, 8, 6, false), samples::Pattern(20, 9, 16, 6, true),
           samples::Pattern(15, 15, 8, 4, true), samples::Pattern(7, 30, 16, 4, false)}) {
       inputs.push_back(generated.emplace_back(samples::Encode(image)).path);
+      outputs.emplace_back(Bytes{});
     }
-    for (size_t i = 0; i < inputs.size(); ++i) outputs.emplace_back(Bytes{});
   }
-  // A run of the tool on this host over the chosen inputs (all by default) and their outputs.
-  ToolRun Run(const std::string& command, const std::vector<size_t>* chosen = nullptr) {
+  // A run of the tool on this host over the first `count` inputs and their outputs.
+  ToolRun Run(const std::string& command, size_t count = 4) {
     std::string pairs;
-    for (size_t i = 0; i < inputs.size(); ++i) {
-      if (!chosen || std::count(chosen->begin(), chosen->end(), i)) {
-        pairs += " " + inputs[i] + " " + outputs[i].path;
-      }
-    }
+    for (size_t i = 0; i < count; ++i) pairs += " " + inputs[i] + " " + outputs[i].path;
     return RunTool("--host " + Profile().name + " " + command + pairs);
   }
 
@@ -87,7 +64,7 @@ TEST_F(ToolRoundTrip, EveryViaDecodesAsRows) {
   }
 }
 
-// Each overload of the savers; the palette forms take the images that a palette holds.
+// Each overload of the savers; the palette forms take images of at most 256 colours.
 TEST_F(ToolRoundTrip, EverySaveForm) {
   std::vector<Bytes> expected;
   for (const std::string& input : inputs) expected.push_back(Pixels(input));
@@ -97,39 +74,43 @@ TEST_F(ToolRoundTrip, EverySaveForm) {
         "--8bit --interlace --filter 1", "--8bit --alphas", "--8bit --alphas --interlace"}) {
     const bool palette = form.find("--8bit") != std::string::npos;
     const bool alphas = form.find("--alphas") != std::string::npos;
-    std::vector<size_t> allowed;
-    for (size_t i = 0; i < inputs.size(); ++i) {
-      if (!palette || FitsPalette(expected[i], alphas)) allowed.push_back(i);
-    }
-    const ToolRun run = Run("save " + form, &allowed);
+    const size_t count = alphas ? 3 : 4;  // the last image has greys with several alphas
+    const ToolRun run = Run("save " + form, count);
     ASSERT_EQ(run.status, 0) << form << ": " << run.output;
-    for (size_t i : allowed) {
+    for (size_t i = 0; i < count; ++i) {
       const Bytes want = palette && !alphas ? Colours(expected[i], false) : expected[i];
       EXPECT_EQ(Pixels(outputs[i].path), want) << form << " " << inputs[i];
     }
   }
 }
 
+// Arguments -> exit status and what the output must hold. A failure ends the run: the pairs after
+// it are not converted, and nothing is written for a failed pair.
 TEST_F(ToolCommands, FailuresAndUsage) {
   const TempFile colourful(samples::Encode(samples::Pattern(40, 40, 16, 2, false)));
-  const TempFile out(Bytes{});
+  const TempFile out(Bytes{}), junk(Bytes(20, 'x'));
   const std::string in = " " + colourful.path, pair = in + " " + out.path;
-  const std::pair<std::string, int> kCases[] = {
-      {"save" + in + " /nonexistent/dir/out.png", 1},
-      {"save --file" + in + " /nonexistent/dir/out.png", 1},
-      {"save --alphas" + pair, 2},
-      {"save --8bit --mask" + pair, 2},
-      {"decode --via pipe" + pair, 2},
-      {"decode " + colourful.path, 2},
-      {"registry x", 2}};
-  for (const auto& [arguments, status] : kCases) EXPECT_EQ(RunTool(arguments).status, status);
-  const ToolRun many = RunTool("save --8bit" + pair);
-  EXPECT_EQ(many.status, 1);
-  EXPECT_NE(many.output.find("more than 256 colours"), std::string::npos) << many.output;
-  // A failure ends the run: the pairs after it are not converted.
-  const ToolRun stopped = RunTool("decode --via file /nonexistent.png " + out.path + pair);
-  EXPECT_EQ(stopped.status, 1);
-  EXPECT_NE(stopped.output.find("/nonexistent.png: no picture decoded"), std::string::npos);
+  const std::tuple<std::string, int, const char*> kCases[] = {
+      {"save" + in + " /nonexistent/dir/out.png", 1, ""},
+      {"save --file" + in + " /nonexistent/dir/out.png", 1, ""},
+      {"save --alphas" + pair, 2, ""},
+      {"save --8bit --mask" + pair, 2, ""},
+      {"save --8bit" + pair, 1, "more than 256 colours"},
+      {"decode --via pipe" + pair, 2, ""},
+      {"decode " + colourful.path, 2, ""},
+      {"decode --via file /nonexistent.png " + out.path + pair, 1,
+       "/nonexistent.png: no picture decoded"},
+      {"rows " + junk.path + " " + out.path, 1, "error: Not a PNG file"},
+      {"rows --gamma abc a.png b.pam", 2, ""},
+      {"info /nonexistent.png", 1, "cannot open"},
+      {"info", 2, ""},
+      {"--host nowhere info x.png", 2, ""},
+      {"registry x", 2, ""}};
+  for (const auto& [arguments, status, message] : kCases) {
+    const ToolRun run = RunTool(arguments);
+    EXPECT_EQ(run.status, status) << arguments;
+    EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+  }
   EXPECT_TRUE(samples::ReadFile(out.path).empty());
 }
 
