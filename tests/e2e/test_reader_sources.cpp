@@ -123,5 +123,17 @@ TEST_F(ReaderSources, MemorySourceGivesZerosPastTheEnd) {
   EXPECT_EQ(reader.errors, std::vector<std::string>{"[00][00][00][00]: invalid chunk type"});
 }
 
+// The decoders stop after the last row: a broken end of the stream costs nothing.
+TEST_F(ReaderSources, DecodesNeverReadTheEnd) {
+  std::vector<samples::Chunk> chunks = samples::SplitChunks(SmallPng());
+  chunks.back().crc ^= 1;  // IEND
+  const Bytes png = samples::JoinChunks(chunks);
+  Reader reader;
+  ASSERT_TRUE(reader.OpenData(png));
+  EXPECT_TRUE(reader.Ok("ApplyOptions") && reader.Ok("ReadPicture"));
+  EXPECT_TRUE(reader.errors.empty() && reader.warnings.empty());
+  EXPECT_FALSE(Host().CallGlobal("PNGStringToPictureKRV", {Str(png)}).IsNil());
+}
+
 }  // namespace
 }  // namespace e2e
