@@ -54,11 +54,6 @@ Writer::Writer(bool withEvents) {
   object = Host().New("PNGWriterKRV", events);
 }
 
-samples::Bytes Writer::Finish() {
-  const std::string bytes = Call("Finish").Bytes();
-  return samples::Bytes(bytes.begin(), bytes.end());
-}
-
 void LoadRows(Writer& w, const samples::Image& image) {
   w.Set("Width", image.width);
   w.Set("Type", image.colorType);
@@ -72,15 +67,13 @@ void SetHeaderAndPalette(Writer& w) {
   EXPECT_TRUE(w.Ok("SetAlphas"));
 }
 
-samples::Bytes WriteStream(Writer& w, const std::string& file) {
-  EXPECT_TRUE(w.Ok("OpenWriteDestination", {file.empty() ? kNil : Host().MakeFolderItem(file)}));
+samples::Bytes WriteStream(Writer& w) {
+  EXPECT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
   EXPECT_TRUE(w.Ok("WriteInfo"));
   EXPECT_TRUE(w.Ok("WriteRows"));
   EXPECT_TRUE(w.Ok("WriteEnd"));
   EXPECT_TRUE(w.errors.empty()) << w.errors[0];
-  if (file.empty()) return w.Finish();
-  w.Call("CloseDestination");
-  return samples::ReadFile(file);
+  return w.Finish();
 }
 
 std::string RaisedMessage() {

@@ -1,5 +1,4 @@
-// A PNGWriterKRV for the tests, the writing sequence they share, and the output read back:
-// chunks, raw rows and pixels.
+// A PNGWriterKRV for the tests, the writing sequence they share, and the output read back.
 #pragma once
 
 #include <png.h>
@@ -24,11 +23,13 @@ struct Writer {
   }
   RBInteger Int(const char* property) { return Host().GetProperty(object, property).AsInteger(); }
   void Set(const char* property, RBInteger value) { Host().SetProperty(object, property, value); }
-  samples::Bytes Finish();  // empty for nil
+  samples::Bytes Finish() {  // empty for nil
+    const std::string bytes = Call("Finish").Bytes();
+    return samples::Bytes(bytes.begin(), bytes.end());
+  }
 
   emu::Value object;
-  std::vector<std::string> errors;
-  std::vector<std::string> warnings;
+  std::vector<std::string> errors, warnings;
 };
 
 // Width, Type and the rows of `image` (8-bit) through SetRows.
@@ -37,9 +38,8 @@ void LoadRows(Writer& w, const samples::Image& image);
 // SetHeader and, for palette rows, SetPalette and SetAlphas.
 void SetHeaderAndPalette(Writer& w);
 
-// Opens `file` (memory for ""), writes info, rows and end, and gives back the stream: Finish, or
-// the file after CloseDestination. Every step must succeed without an Error event.
-samples::Bytes WriteStream(Writer& w, const std::string& file = "");
+// Info, rows and end into memory, given back by Finish; every step must succeed without an Error.
+samples::Bytes WriteStream(Writer& w);
 
 // The message of the exception raised by the last call, or "" for none.
 std::string RaisedMessage();

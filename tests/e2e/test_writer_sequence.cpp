@@ -1,5 +1,5 @@
-// The writing sequence of PNGWriterKRV: rows to memory and files, destinations in every state,
-// refusals through the Error event and exceptions, and the chunks written.
+// The writing sequence of PNGWriterKRV: destinations, refusals, and the chunks written.
+#include <array>
 #include <functional>
 #include <set>
 #include <tuple>
@@ -20,11 +20,10 @@ void Prepare(Writer& w, const samples::Image& image, const Steps& setUp) {
   EXPECT_TRUE(w.Ok("SetHeader", {image.interlaced}));
 }
 
-Bytes Stream(const samples::Image& image, const Steps& setUp = nullptr,
-             const std::string& file = "") {
+Bytes Stream(const samples::Image& image, const Steps& setUp = nullptr) {
   Writer w;
   Prepare(w, image, setUp);
-  return WriteStream(w, file);
+  return WriteStream(w);
 }
 
 // Prepared, with `destination` open and the header chunks written.
@@ -35,32 +34,14 @@ void Begin(Writer& w, const samples::Image& image, const emu::Value& destination
   ASSERT_TRUE(w.Ok("WriteInfo"));
 }
 
-samples::Image PaletteRow(const Bytes& indices) {
-  samples::Image image;
-  image.width = static_cast<uint32_t>(indices.size());
-  image.height = 1;
-  image.colorType = 3;
-  image.rows = {indices};
-  return image;
+void Header(Writer& w, RBInteger width, RBInteger height, RBInteger type) {
+  w.Set("Width", width);
+  w.Set("Height", height);
+  w.Set("Type", type);
+  ASSERT_TRUE(w.Ok("SetHeader"));
 }
 
 class WriterSequence : public PluginTest {};
-
-TEST_F(WriterSequence, RowsRoundTripToMemoryAndToFiles) {
-  for (int type : {0, 2, 4, 6}) {
-    for (bool interlaced : {false, true}) {
-      SCOPED_TRACE(::testing::Message() << "type " << type << " interlaced " << interlaced);
-      const samples::Image image = samples::Pattern(13, 9, 8, type, interlaced);
-      const Bytes png = Stream(image);
-      const ReadBack back = ReadWithLibpng(png);
-      EXPECT_EQ(std::tie(back.width, back.height, back.bitDepth, back.colorType, back.interlace),
-                std::make_tuple(13u, 9u, 8, type, interlaced ? 1 : 0));
-      EXPECT_EQ(back.rows, image.rows);
-      TempFile file({});
-      EXPECT_EQ(Stream(image, nullptr, file.path), png) << "the same stream in both destinations";
-    }
-  }
-}
 
 TEST_F(WriterSequence, FinishAndCloseDestinationInEveryState) {
   const samples::Image image = samples::Pattern(5, 5, 8, 0, false);
@@ -107,10 +88,7 @@ TEST_F(WriterSequence, OutOfOrderCallsFailThroughTheErrorEvent) {
   EXPECT_FALSE(quiet.Ok("WriteInfo")) << "no header";
   EXPECT_FALSE(quiet.Ok("WriteEnd"));
   Writer w;
-  w.Set("Width", 4);
-  w.Set("Height", 2);
-  w.Set("Type", 2);
-  ASSERT_TRUE(w.Ok("SetHeader"));
+  Header(w, 4, 2, 2);
   ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
   EXPECT_FALSE(w.Ok("WriteRows")) << "no rows loaded";
   ASSERT_TRUE(w.Ok("SetRows", {RowsArray({Bytes(12), Bytes(11)})}));
@@ -150,27 +128,25 @@ TEST_F(WriterSequence, BadArraysAndValues) {
   ASSERT_TRUE(w.Ok("WriteInfo"));
   EXPECT_FALSE(w.Ok("WriteRows")) << "the failed SetRows left no rows";
   Writer v;
-  v.Set("Width", 2);
-  v.Set("Height", 2);
-  v.Set("Type", 3);
-  ASSERT_TRUE(v.Ok("SetHeader"));
+  Header(v, 2, 2, 3);
   EXPECT_FALSE(v.Ok("SetICCProfile", {Host().MakeString("bad"), 0, Str(Bytes(20, 1))}));
   EXPECT_TRUE(v.Ok("SetICCProfile", {Host().MakeString("none"), 0, kNil})) << "no profile";
   EXPECT_FALSE(v.Ok("SetGamma", {1e-9})) << "a file gamma beyond libpng's range";
   EXPECT_TRUE(v.Ok("SetPaletteData", {Host().MakeColorArray({})}));
   EXPECT_FALSE(v.Ok("SetPalette")) << "an empty palette";
   EXPECT_EQ(v.errors.size(), 3u);
-  EXPECT_EQ(Host().CallShared("PNGWriterKRV", "PNGLibVersion").Text(), png_get_libpng_ver(nullptr));
 }
 
-// SetAlphaData sorts colours with their alphas over all 256 slots, unused ones (alpha 0)
-// included; tRNS holds the alphas below 255 among the first of them.
+// SetAlphaData sorts colours by alpha over all 256 slots (unused ones: alpha 0); tRNS holds those
+// below 255.
 TEST_F(WriterSequence, PaletteAndSortedTransparency) {
   std::vector<RBColor> greys;  // grey i in slot i
   for (RBColor i = 0; i < 256; ++i) greys.push_back(i * 0x010101);
   std::vector<RBInteger> alphas(256, 255), opaque(256, 255);
   alphas[10] = 200, alphas[20] = 256, alphas[30] = 7, alphas[40] = 128;  // 256 taken as a byte
   const std::vector<RBColor> two = {0x102030, 0x405060}, many(300, 0x102030);
+  samples::Image row = samples::Pattern(1, 1, 8, 3, false);
+  row.rows = {{0}};
   const struct {
     std::vector<RBInteger> alphas;
     std::vector<RBColor> colours;
@@ -183,7 +159,7 @@ TEST_F(WriterSequence, PaletteAndSortedTransparency) {
       {opaque, many, 768, {0x10, 0x20, 0x30}, {}}};
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.paletteSize);
-    const ReadBack back = ReadWithLibpng(Stream(PaletteRow({0}), [&](Writer& w) {
+    const ReadBack back = ReadWithLibpng(Stream(row, [&](Writer& w) {
       EXPECT_TRUE(w.Ok("SetAlphaData",
                        {Host().MakeIntegerArray(c.alphas), Host().MakeColorArray(c.colours)}));
       SetHeaderAndPalette(w);
@@ -195,25 +171,20 @@ TEST_F(WriterSequence, PaletteAndSortedTransparency) {
   }
 }
 
-// SetHeader's Filter: 0, negative values and those above the flags leave libpng its own choice,
-// 1 to 4 turn filtering off, 5 to 7 are refused, and the flags 8 to 128 (none to Paeth) choose
-// the filters libpng may use. Its Compression level goes to zlib.
+// Filter 0: libpng's own choice; 1 to 4: no filtering; 5 to 7 refused; flags 8 to 128 (none to
+// Paeth) choose the filters libpng may use.
 TEST_F(WriterSequence, FilterAndCompressionValues) {
   const samples::Image image = samples::Pattern(32, 16, 8, 2, false);
   const Bytes ownChoice = FilterBytes(samples::Encode(image));
   ASSERT_EQ(ownChoice.size(), 16u);
   ASSERT_NE(ownChoice, Bytes(16, ownChoice[0])) << "libpng's choice must tell rows apart";
-  for (RBInteger filter : {5, 7}) {
-    Writer w;
-    LoadRows(w, image);
-    EXPECT_FALSE(w.Ok("SetHeader", {false, filter}));
-    EXPECT_EQ(w.errors.size(), 1u);
-  }
+  Writer refused;
+  LoadRows(refused, image);
+  EXPECT_FALSE(refused.Ok("SetHeader", {false, RBInteger{5}}));
+  EXPECT_EQ(refused.errors.size(), 1u);
   // Filter -> the filter bytes rows may have; none: exactly libpng's own choice.
   const std::pair<RBInteger, std::set<uint8_t>> kCases[] = {
-      {-1, {}},  {0, {}},    {256, {}},        {1, {0}},           {2, {0}},
-      {3, {0}},  {4, {0}},   {8, {0}},         {16, {1}},          {32, {2}},
-      {64, {3}}, {128, {4}}, {8 + 16, {0, 1}}, {32 + 128, {2, 4}}, {248, {0, 1, 2, 3, 4}}};
+      {0, {}}, {1, {0}}, {4, {0}}, {64, {3}}, {32 + 128, {2, 4}}};
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.first);
     const Bytes filters = FilterBytes(Stream(image, [&](Writer& w) {
@@ -238,7 +209,8 @@ TEST_F(WriterSequence, FilterAndCompressionValues) {
 
 // A second WriteInfo would write every chunk after the header again: a stream no decoder takes.
 TEST_F(WriterSequence, WriteInfoOnce) {
-  const samples::Image image = PaletteRow({0, 1});
+  samples::Image image = samples::Pattern(2, 1, 8, 3, false);
+  image.rows = {{0, 1}};
   Writer w;
   Begin(w, image, kNil, [](Writer& w) {
     ASSERT_TRUE(w.Ok("SetPaletteData", {Host().MakeColorArray({0x102030, 0x405060})}));
@@ -256,13 +228,10 @@ TEST_F(WriterSequence, WriteInfoOnce) {
   EXPECT_EQ(ReadWithLibpng(png).rows, image.rows);
 }
 
-// WriteRow takes the rows one by one, on an interlaced header those of each Adam7 pass in turn,
-// each as long as the pass's columns (in a block of one whole row at least); after the last row
-// the image is complete. WriteRows is refused once rows are written.
+// On an interlaced header WriteRow takes the rows of each Adam7 pass in turn, each as long as the
+// pass's columns (in a block of one whole row at least).
 TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
-  struct Pass {
-    uint32_t x, y, dx, dy;  // first column and row, and the steps
-  };
+  using Pass = std::array<uint32_t, 4>;  // first column and row, and the steps
   const std::vector<Pass> kAdam7 = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
                                     {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
   for (bool interlaced : {false, true}) {
@@ -274,11 +243,11 @@ TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
     EXPECT_EQ(RaisedMessage(), "NilObjectException: memoryblock is nil");
     w.Call("WriteRow", {Host().NewMemoryBlock(14)});
     size_t rows = 0;
-    for (const Pass& p : interlaced ? kAdam7 : std::vector<Pass>{{0, 0, 1, 1}}) {
-      for (uint32_t y = p.y; y < image.height; y += p.dy) {
+    for (const auto& [x0, y0, dx, dy] : interlaced ? kAdam7 : std::vector<Pass>{{0, 0, 1, 1}}) {
+      for (uint32_t y = y0; y < image.height; y += dy) {
         std::string block(15, '\0');
         size_t at = 0;
-        for (uint32_t x = p.x; x < image.width; x += p.dx, at += 3) {
+        for (uint32_t x = x0; x < image.width; x += dx, at += 3) {
           block.replace(at, 3, reinterpret_cast<const char*>(&image.rows[y][3 * x]), 3);
         }
         if (at == 0) continue;  // a pass without columns has no rows
@@ -300,9 +269,8 @@ TEST_F(WriterSequence, InterlacedWriteRowTakesThePassRows) {
   }
 }
 
-// An ICC profile that libpng accepts for RGB images: a header (size 344, class, colour space,
-// signature, D50 illuminant) and one tag of 200 bytes at 144 that do not compress (libpng 1.6.39
-// cannot read back an iCCP chunk shorter than 92 bytes).
+// A 344-byte RGB profile libpng accepts: header, D50 illuminant, one tag of 200 bytes that do not
+// compress (libpng reads back no iCCP chunk shorter than 92 bytes).
 Bytes IccProfile() {
   using namespace std::string_literals;
   const std::string head = "\0\0\1\x58"s + std::string(8, 0) + "mntrRGB XYZ " + std::string(12, 0) +
