@@ -1,5 +1,7 @@
 // Opening a reader from data and files, and how failures reach user code: the Error event, false
 // or nil results, and no exception.
+#include <png.h>
+
 #include <tuple>
 
 #include "tests/e2e/Fixture.h"
@@ -133,6 +135,13 @@ TEST_F(ReaderSources, DecodesNeverReadTheEnd) {
   EXPECT_TRUE(reader.Ok("ApplyOptions") && reader.Ok("ReadPicture"));
   EXPECT_TRUE(reader.errors.empty() && reader.warnings.empty());
   EXPECT_FALSE(Host().CallGlobal("PNGStringToPictureKRV", {Str(png)}).IsNil());
+}
+
+// Every class reports the libpng it runs with.
+TEST_F(ReaderSources, LibraryVersion) {
+  for (const char* name : {"PNGPictureKRV", "PNGReaderKRV", "PNGWriterKRV"}) {
+    EXPECT_EQ(Host().CallShared(name, "PNGLibVersion").Text(), png_get_libpng_ver(nullptr)) << name;
+  }
 }
 
 }  // namespace
