@@ -72,7 +72,7 @@ samples::Bytes WriteStream(Writer& w) {
   EXPECT_TRUE(w.Ok("WriteInfo"));
   EXPECT_TRUE(w.Ok("WriteRows"));
   EXPECT_TRUE(w.Ok("WriteEnd"));
-  EXPECT_TRUE(w.errors.empty()) << w.errors[0];
+  EXPECT_EQ(w.errors, std::vector<std::string>());
   return w.Finish();
 }
 
