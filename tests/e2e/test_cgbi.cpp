@@ -1,5 +1,5 @@
-// CgBI data through "OpenSpecialData": the 100-chunk table, the failure on any empty chunk (the
-// ordinary IEND included), and pictures decoded from it.
+// CgBI data through the host: "OpenSpecialData" (the 100-chunk walk, the failure on any empty
+// chunk, the ordinary IEND included, and pictures decoded from it) and "CgBIToPNGStringKRV".
 #include "tests/e2e/Fixture.h"
 
 namespace e2e {
@@ -10,60 +10,40 @@ using samples::Chunk;
 
 const samples::Image kImage = samples::Pattern(24, 16, 8, 6, false);
 
-std::vector<Chunk> SourceChunks(Reader& reader) {
-  const std::string source = Host().GetProperty(reader.object, "SourceData").Bytes();
-  return samples::SplitChunks(Bytes(source.begin(), source.end()));
-}
-
 class CgBI : public PluginTest {};
 class CgBIPicture : public PluginTest {};
+class CgbiToPNG : public PluginTest {};
 
-// The rewritten stream is the reader's data: no CgBI chunk, the IDAT a zlib stream with a fresh
-// CRC, every other chunk as it was, and nothing after the 100th chunk (the IEND after it unread).
+// The reader's data is the rewritten stream: no CgBI chunk, each IDAT a zlib block as long as
+// the running total with a fresh CRC, the rest as it was, nothing after the 100th chunk.
 TEST_F(CgBI, HundredChunksAreRewrittenAndOpened) {
   Reader reader;
-  ASSERT_TRUE(reader.Ok("OpenSpecialData", {Str(samples::CgBIStream(kImage, 1, 100, true))}));
-  EXPECT_TRUE(Host().GetProperty(reader.object, "SwapRB").AsBoolean());
-  const std::vector<Chunk> chunks = SourceChunks(reader);
+  ASSERT_TRUE(reader.Ok("OpenSpecialData", {Str(samples::CgBIStream(kImage, 3, 100, true))}));
+  const std::string source = Host().GetProperty(reader.object, "SourceData").Bytes();
+  const std::vector<Chunk> chunks = samples::SplitChunks(Bytes(source.begin(), source.end()));
   ASSERT_EQ(chunks.size(), 99u);
-  EXPECT_EQ(chunks[0].type, "IHDR");
-  EXPECT_EQ(chunks[1].type, "IDAT");
-  EXPECT_EQ(chunks[1].crc, samples::ChunkCRC(chunks[1]));
-  for (size_t i = 2; i < chunks.size(); ++i) EXPECT_EQ(chunks[i].type, "tEXt");
-}
-
-TEST_F(CgBI, SeveralIDATChunksCarryRunningTotals) {
-  Reader reader;
-  ASSERT_TRUE(reader.Ok("OpenSpecialData", {Str(samples::CgBIStream(kImage, 3, 100, false))}));
-  const std::vector<Chunk> chunks = SourceChunks(reader);
-  ASSERT_EQ(chunks[3].type, "IDAT");
+  for (size_t i = 0; i < chunks.size(); ++i) {
+    EXPECT_EQ(chunks[i].type, i == 0 ? "IHDR" : i < 4 ? "IDAT" : "tEXt");
+    EXPECT_EQ(chunks[i].crc, samples::ChunkCRC(chunks[i]));
+  }
   EXPECT_LT(chunks[1].data.size(), chunks[3].data.size());
-  EXPECT_EQ(chunks[3].crc, samples::ChunkCRC(chunks[3]));
 }
 
 // A failed conversion leaves the reader as it was: its source, and SwapRB off.
 TEST_F(CgBI, FailuresLeaveTheReaderAsItWas) {
-  const Bytes good = samples::CgBIStream(kImage, 1, 100, false);
-  std::vector<Chunk> zlib = samples::SplitChunks(samples::Encode(kImage));
-  zlib.pop_back();
-  while (zlib.size() < 100) zlib.push_back(samples::MakeChunk("tEXt", {'k', 0, 'v'}));
-  const struct {
-    const char* what;
-    emu::Value data;
-  } kRefused[] = {
+  const Bytes noEnd = samples::CgBIStream(kImage, 1, 5, false);
+  const std::pair<const char*, emu::Value> kRefused[] = {
       {"nil", emu::Value::AdoptString(nullptr)},
-      {"no signature", Str(Bytes(good.begin() + 1, good.end()))},
+      {"no signature", Str(Bytes(noEnd.begin() + 1, noEnd.end()))},
       {"the empty IEND chunk", Str(samples::CgBIStream(kImage, 1, 5, true))},
-      {"chunks run out before IEND", Str(samples::CgBIStream(kImage, 1, 5, false))},
-      {"the last chunk runs past the end", Str(Bytes(good.begin(), good.end() - 5))},
-      {"zlib image data, not raw deflate", Str(samples::JoinChunks(zlib))},
+      {"chunks run out before IEND", Str(noEnd)},
   };
   const Bytes png = samples::Encode(samples::Pattern(5, 3, 8, 2, false));
   Reader reader;
   ASSERT_TRUE(reader.OpenData(png));
-  for (const auto& r : kRefused) {
-    EXPECT_FALSE(reader.Ok("OpenSpecialData", {r.data})) << r.what;
-    EXPECT_FALSE(Host().LastException()) << r.what;
+  for (const auto& [what, data] : kRefused) {
+    EXPECT_FALSE(reader.Ok("OpenSpecialData", {data})) << what;
+    EXPECT_FALSE(Host().LastException()) << what;
   }
   EXPECT_FALSE(Host().GetProperty(reader.object, "SwapRB").AsBoolean());
   EXPECT_EQ(Host().GetProperty(reader.object, "SourceData").Bytes(),
@@ -73,19 +53,14 @@ TEST_F(CgBI, FailuresLeaveTheReaderAsItWas) {
   EXPECT_TRUE(reader.errors.empty());
 }
 
-// Red and blue exchanged in the stored pixels, as CgBI data has them, come back in place; the
-// chunk walk ends at an IEND of one byte, before bytes that are no chunk.
+// Red and blue are exchanged in CgBI pixels: the picture has them back in place. The chunk walk
+// ends at an IEND of one byte (its CRC unread), before bytes that are no chunk.
 TEST_F(CgBIPicture, DecodesWithRedAndBlueInPlace) {
-  samples::Image stored = kImage;
-  for (Bytes& row : stored.rows) {
-    for (size_t i = 0; i < row.size(); i += 4) std::swap(row[i], row[i + 2]);
-  }
-  std::vector<Chunk> chunks = samples::SplitChunks(samples::CgBIStream(stored, 1, 4, false));
-  chunks.push_back(samples::MakeChunk("IEND", {0}));
-  Bytes data = samples::JoinChunks(chunks);
-  data.insert(data.end(), {0xFF, 0xFF, 0xFF, 0xFF, 'I'});
+  Bytes data = samples::CgBIStream(kImage, 1, 4, false);
+  data.insert(data.end(), {0, 0, 0, 1, 'I', 'E', 'N', 'D', 0, 1, 2, 3, 4, 0xFF, 0xFF, 'I'});
   uint32_t w = 0, h = 0;
-  const Bytes expected = samples::DecodeRGBA(samples::Encode(kImage), &w, &h);
+  Bytes expected = samples::DecodeRGBA(samples::Encode(kImage), &w, &h);
+  for (size_t i = 0; i < expected.size(); i += 4) std::swap(expected[i], expected[i + 2]);
   Reader reader;
   ASSERT_TRUE(reader.Ok("OpenSpecialData", {Str(data)}));
   ASSERT_TRUE(reader.Ok("ApplyOptions", {-1.0}));
@@ -93,6 +68,24 @@ TEST_F(CgBIPicture, DecodesWithRedAndBlueInPlace) {
   EXPECT_EQ(Host().PictureRgba(reader.Call("CombinePictureWithMask")),
             std::string(expected.begin(), expected.end()));
   EXPECT_TRUE(reader.errors.empty());
+}
+
+// The standard PNG stream as a string of no encoding, or nil (what converts: unit CgbiConvert).
+TEST_F(CgbiToPNG, StandardPNGStringOrNil) {
+  const samples::Image opaque = samples::Pattern(9, 5, 8, 2, false);
+  const Bytes cgbi = samples::CgBIFile(samples::CgBIPixels(opaque), 2, {});
+  const emu::Value png = Host().CallGlobal("CgBIToPNGStringKRV", {Str(cgbi)});
+  EXPECT_EQ(png.Encoding(), kREALTextEncodingUnknown);
+  const std::string bytes = png.Bytes();
+  EXPECT_EQ(bytes.substr(bytes.size() - 8), "IEND\xAE\x42\x60\x82");  // whole, to the last byte
+  uint32_t w = 0, h = 0;
+  EXPECT_EQ(samples::DecodeRGBA(Bytes(bytes.begin(), bytes.end()), &w, &h),
+            samples::DecodeRGBA(samples::Encode(opaque), &w, &h));
+  for (const emu::Value& data :
+       {emu::Value::AdoptString(nullptr), Str({}), Str(samples::Encode(opaque))}) {
+    EXPECT_TRUE(Host().CallGlobal("CgBIToPNGStringKRV", {data}).IsNil());
+  }
+  EXPECT_FALSE(Host().LastException());
 }
 
 }  // namespace
