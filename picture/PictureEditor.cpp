@@ -234,14 +234,31 @@ bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool wantAlpha) {
   return GetPictureEditorCGBitmapContext(pic, wantAlpha);
 }
 
+namespace {
+
+// Locks the picture's description of a desktop context `type` and reads the context into `info`;
+// unlocks it again and gives false unless the context is usable. A lock that succeeds tells a
+// desktop host either way.
+template <typename Info>
+bool LockDesktopContext(REALpicture pic, REALpictureDescription& description, uint32_t type,
+                        bool (*query)(void*, Info*), bool (*usable)(const Info&), Info& info) {
+  if (!LockDescription(pic, &description, type)) return false;
+  IsDesktop = true;
+  if (description.pictureType != type || description.pictureData == nullptr ||
+      !query(description.pictureData, &info) || !usable(info)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 #if !defined(__APPLE__)
 bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
-  if (!CairoAvailable() || !LockDescription(pic, &description, pictureCairoContext)) return false;
-  IsDesktop = true;
   CairoImageInfo info = {};
-  if (description.pictureType != pictureCairoContext || description.pictureData == nullptr ||
-      !QueryCairoContext(description.pictureData, &info) || !UsableSurface(info)) {
-    REALUnlockPictureDescription(pic);
+  if (!CairoAvailable() || !LockDesktopContext(pic, description, pictureCairoContext,
+                                               QueryCairoContext, UsableSurface, info)) {
     return false;
   }
   Attach(pic);
@@ -255,12 +272,9 @@ bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
 #endif
 
 bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAlpha) {
-  if (!LockDescription(pic, &description, pictureCGBitmapContext)) return false;
-  IsDesktop = true;
   BitmapContextInfo info = {};
-  if (description.pictureType != pictureCGBitmapContext || description.pictureData == nullptr ||
-      !QueryBitmapContext(description.pictureData, &info) || !UsableContext(info)) {
-    REALUnlockPictureDescription(pic);
+  if (!LockDesktopContext(pic, description, pictureCGBitmapContext, QueryBitmapContext,
+                          UsableContext, info)) {
     return false;
   }
   Attach(pic);
