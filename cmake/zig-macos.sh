@@ -76,13 +76,13 @@ done
 
 trial=$(mktemp -d)
 trap 'rm -rf "$trial"' EXIT
-link_line=$(ZIG_VERBOSE_LINK=1 "$zig" "$tool" -target "$target" "${zig_args[@]}" \
-  -o "$trial/trial.dylib" 2>&1 >/dev/null | grep '^zig ld ') || {
-  echo "zig-macos.sh: zig's own link of $output failed" >&2
-  exit 1
-}
+# Whether zig's link succeeds doesn't matter once it has named the runtime libraries: ld64.lld
+# reports what is wrong with the link itself (an undefined symbol, say) more clearly.
+ZIG_VERBOSE_LINK=1 "$zig" "$tool" -target "$target" "${zig_args[@]}" -o "$trial/trial.dylib" \
+  >/dev/null 2>"$trial/log" || true
+grep -q '^zig ld ' "$trial/log" || { cat "$trial/log" >&2; exit 1; }
 runtime=()
-for word in $link_line; do
+for word in $(grep '^zig ld ' "$trial/log"); do
   case $word in "$ZIG_GLOBAL_CACHE_DIR"/*.a) runtime+=("$word") ;; esac
 done
 libsystem=$(dirname "$(realpath "$zig")")/lib/libc/darwin/libSystem.${version%%.*}.tbd
