@@ -10,11 +10,11 @@
 # otherwise every misfit, and exits 1.
 set -euo pipefail
 
-# platform | architectures, in the order of the file
+# platform | architectures, in lipo's names and sorted
 PLATFORMS="
 Mac x86-64|x86_64
 Mac arm64|arm64
-Mac Universal|x86_64 arm64
+Mac Universal|arm64 x86_64
 "
 LIBRARIES="/usr/lib/libSystem.B.dylib"
 MINIMUM_OS=11.0
@@ -147,7 +147,7 @@ check_slice() {
   return 0
 }
 
-archs=$(llvm-lipo-14 -archs "$lib" 2>/dev/null | xargs || true)
+archs=$(llvm-lipo-14 -archs "$lib" 2>/dev/null | xargs -n1 | sort | xargs || true)
 if [ "$archs" != "$want_archs" ]; then
   fail "architectures \"$archs\", expected \"$want_archs\""
 else
