@@ -1,25 +1,11 @@
 #include "picture/Platform.h"
 
-#if defined(__APPLE__)
-#include <CoreGraphics/CoreGraphics.h>
-
-bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
-  CGContextRef ctx = static_cast<CGContextRef>(context);
-  info->data = CGBitmapContextGetData(ctx);
-  info->bitsPerPixel = CGBitmapContextGetBitsPerPixel(ctx);
-  info->width = CGBitmapContextGetWidth(ctx);
-  info->height = CGBitmapContextGetHeight(ctx);
-  info->bytesPerRow = CGBitmapContextGetBytesPerRow(ctx);
-  info->alphaInfo = CGBitmapContextGetAlphaInfo(ctx);
-  return true;
-}
-
-#else
-#include <cairo.h>
 #include <dlfcn.h>
 
 namespace {
 
+// Core Graphics' own signatures: a CGContextRef is a pointer, the sizes are size_t and
+// CGImageAlphaInfo is a uint32_t enumeration.
 using DataFn = void* (*)(void*);
 using SizeFn = size_t (*)(void*);
 using AlphaFn = uint32_t (*)(void*);
@@ -68,6 +54,9 @@ bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
   info->alphaInfo = f.alphaInfo(context);
   return true;
 }
+
+#if !defined(__APPLE__)
+#include <cairo.h>
 
 namespace {
 

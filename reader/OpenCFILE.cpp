@@ -5,6 +5,9 @@
 
 #include "host/Text.h"
 #include "reader/PNGReader.h"
+#if defined(__APPLE__)
+#include "host/mac/Paths.h"
+#endif
 
 namespace {
 
@@ -38,7 +41,11 @@ bool PathFromFileURL(const char* url, char* out) {
 }
 
 FILE* OpenPath(const char* path, const char* mode) {
+#if defined(__APPLE__)
+  FILE* stream = OpenDecomposedPath(path, mode);
+#else
   FILE* stream = fopen(path, mode);
+#endif
   if (stream) setvbuf(stream, nullptr, _IOFBF, kFileBuffer);
   return stream;
 }
