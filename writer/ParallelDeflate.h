@@ -24,7 +24,10 @@ constexpr unsigned kFilterAverage = 0x40;
 constexpr unsigned kFilterPaeth = 0x80;
 constexpr unsigned kAllFilters = 0xf8;
 
-constexpr size_t kDefaultChunkSize = size_t{256} << 10;
+// Each chunk costs a few dozen bytes (its end marker, new code tables, matches it cannot reach):
+// at 512 KiB that stays under 1 % of the stream even for atlases that compress 50 to 1, and a
+// 1 MP RGB image still makes six chunks to share out.
+constexpr size_t kDefaultChunkSize = size_t{512} << 10;
 
 struct Settings {
   int level = Z_DEFAULT_COMPRESSION;
