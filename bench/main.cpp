@@ -415,7 +415,7 @@ void PrintRealPeaks(const std::vector<Image>& corpus, const std::string& dir) {
   for (const Image& image : corpus) {
     if (image.kind.empty()) continue;
     if (!any) {
-      printf("\n%-18s %-7s %12s %12s %12s %10s %10s\n", "peak memory", "route", "peak", "returned",
+      printf("\n%-18s %-7s %12s %12s %12s %10s %12s\n", "peak memory", "route", "peak", "returned",
              "beyond", "% picture", "bound");
       any = true;
     }
@@ -428,12 +428,13 @@ void PrintRealPeaks(const std::vector<Image>& corpus, const std::string& dir) {
       const double returned = decode ? picture : 0;
       // Row routes hold at most a tenth of the picture and 1 MiB; an interlaced image one image.
       const double bound = image.interlaced ? pixels * 4 + 1048576.0 : 0.1 * pixels * 4 + 1048576.0;
-      printf("%-18s %-7s %12ld %12.0f %12.0f %10.1f %10s\n", image.name.c_str(), route, peak,
+      const std::string limit = std::to_string(static_cast<long>(bound));
+      printf("%-18s %-7s %12ld %12.0f %12.0f %10.1f %12s\n", image.name.c_str(), route, peak,
              returned, peak - returned, 100 * (peak - returned) / (pixels * 4),
-             std::string(route) == "encode" ? "-" : Fixed(bound / 1048576).c_str());
+             std::string(route) == "encode" ? "-" : limit.c_str());
     }
   }
-  if (any) printf("(beyond and bound in bytes and MiB; %% picture: beyond / (4 bytes a pixel))\n");
+  if (any) printf("(bytes; %% picture: beyond / (4 bytes a pixel))\n");
 }
 
 struct Options {
