@@ -24,25 +24,22 @@ struct ByteBuffer {
 // or nothing). The loaders, SetPaletteData and SetAlphaData only hold rows and colours, so they
 // run in every state but Finished.
 //
-//   State              | Accepts (besides the above)                 | Moves to
-//   -------------------+---------------------------------------------+-------------------------------
-//   Unusable           | nothing: libpng's state could not be made   |
-//                      | (or Close ran); False, no event             |
-//   Describing         | SetHeader, the chunk setters,               | HeaderRefused when SetHeader
-//                      | OpenWriteDestination, CloseDestination,     | fails; WriteInfo:
-//                      InfoWritten, | WriteInfo (with a destination open)         | or Failed when
-//                      libpng fails
-//   HeaderRefused      | as Describing, but not WriteInfo            | Describing when SetHeader
-//   works InfoWritten        | WriteRows, WriteRow                         | RowsWritten
-//   (WriteRows, or the
-//                      |                                             | last row), RowsStarted,
-//                      Failed
-//   RowsStarted        | WriteRow                                    | RowsWritten, Failed
-//   RowsWritten        | WriteEnd                                    | Ended, Failed
-//   Ended, Failed      | CloseDestination, Finish                    |
-//   DestinationClosed  | nothing (CloseDestination once the stream   |
-//                      | had begun)                                  |
-//   Finished           | nothing: Finish has handed the bytes over   |
+//   State             | Accepts (besides the above)              | Moves to
+//   ------------------+------------------------------------------+------------------------------
+//   Unusable          | nothing (no libpng state: its creation   |
+//                     | failed, or Close ran): False, no event   |
+//   Describing        | SetHeader, the chunk setters, Open- and  | HeaderRefused (SetHeader
+//                     | CloseDestination, WriteInfo (once a      | fails); InfoWritten, or Failed
+//                     | destination is open)                     | (libpng fails in WriteInfo)
+//   HeaderRefused     | as Describing, but not WriteInfo         | Describing (SetHeader works)
+//   InfoWritten       | WriteRows, WriteRow                      | RowsStarted, RowsWritten,
+//                     |                                          | Failed
+//   RowsStarted       | WriteRow                                 | RowsWritten, Failed
+//   RowsWritten       | WriteEnd                                 | Ended, Failed
+//   Ended, Failed     | CloseDestination, Finish                 |
+//   DestinationClosed | nothing (the destination was closed once |
+//                     | the stream had begun)                    |
+//   Finished          | nothing: Finish handed the bytes over    |
 //
 // Finish with a memory destination returns its bytes and moves any state to Finished; without
 // one it returns Nil and changes nothing. CloseDestination leaves Describing and HeaderRefused

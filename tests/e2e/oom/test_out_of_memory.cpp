@@ -15,16 +15,21 @@ namespace e2e {
 namespace {
 
 using samples::Bytes;
+
+class OutOfMemory : public PluginTest {};
+
+std::string Text(const Bytes& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+
+#ifndef __SANITIZE_ADDRESS__
+
 using Delivery = std::optional<Bytes>;  // none: the call reported failure
 
 // 4 × 3 pixels, RGBA; the alphas go into the picture's mask.
 const Bytes kPixels = {255, 0,  0,  255, 0,   255, 0,   255, 0,  0,  255, 255, 255, 255, 255, 255,
                        16,  32, 48, 0,   200, 100, 50,  128, 1,  2,  3,   254, 90,  80,  70,  64,
                        0,   0,  0,  255, 128, 128, 128, 255, 10, 20, 30,  1,   255, 0,   255, 200};
-
-std::string Text(const Bytes& bytes) {
-  return std::string(bytes.begin(), bytes.end());
-}
 
 Bytes FromText(const std::string& text) {
   return Bytes(text.begin(), text.end());
@@ -41,13 +46,13 @@ Delivery StringResult(const emu::Value& string) {
   return FromText(string.Bytes());
 }
 
-// The picture through PNGWriterKRV into memory; with `level`, the compression level.
-Delivery WriteThroughClass(const emu::Value& picture, RBInteger level = -1) {
+// The picture through PNGWriterKRV into memory.
+Delivery WriteThroughClass(const emu::Value& picture) {
   Writer w;
   const bool written = w.Ok("SetRGBPicture", {picture, Host().PictureMask(picture)}) &&
-                       w.Ok("SetHeader", {false, RBInteger{-1}, level}) &&
-                       w.Ok("SetGamma", {2.2}) && w.Ok("OpenWriteDestination", {kNil}) &&
-                       w.Ok("WriteInfo") && w.Ok("WriteRows") && w.Ok("WriteEnd");
+                       w.Ok("SetHeader") && w.Ok("SetGamma", {2.2}) &&
+                       w.Ok("OpenWriteDestination", {kNil}) && w.Ok("WriteInfo") &&
+                       w.Ok("WriteRows") && w.Ok("WriteEnd");
   const emu::Value png = w.Call("Finish");
   return written ? StringResult(png) : std::nullopt;
 }
@@ -86,10 +91,6 @@ Bytes Decoded(const Bytes& png) {
 Bytes AsIs(const Bytes& bytes) {
   return bytes;
 }
-
-class OutOfMemory : public PluginTest {};
-
-#ifndef __SANITIZE_ADDRESS__
 
 // Runs `work` once to count the allocations of the plug-in, libpng and zlib, then once for each
 // of them with that one failing.
