@@ -6,6 +6,17 @@
 
 namespace {
 
+// The application's choice for every one-call save; Xojo runs user code on one thread, so the
+// savers read what the last assignment left.
+RBInteger gSaveThreads = 0;
+
+// A private writer record without owner or event hooks, compressing as the application chose.
+bool InitSaver(PNGWriter& w) {
+  if (!Init(w, nullptr, nullptr, nullptr)) return false;
+  w.threads = gSaveThreads;
+  return true;
+}
+
 // The rows are loaded: header, gamma, and the image to the destination.
 bool WriteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace, RBInteger filter) {
   return OpenWriteDestination(w, file) && SetHeader(w, interlace, filter, -1) &&
@@ -53,8 +64,7 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
   // where a file was asked for, which would otherwise encode into nowhere and report success.
   if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
   PNGWriter w;
-  bool saved = Init(w, nullptr, nullptr, nullptr) &&
-               LoadRGBPictureToRowPointers(w, picture, mask) &&
+  bool saved = InitSaver(w) && LoadRGBPictureToRowPointers(w, picture, mask) &&
                WriteImage(w, file, gamma, interlace, filter);
   if (saved && out) *out = Finish(w);
   Close(w);
@@ -64,8 +74,8 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
 bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolderItem file,
                   float gamma, signed char interlace, RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetPaletteData(w, colors) && picture &&
-                     file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetPaletteData(w, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, false);
   Close(w);
   return saved;
@@ -75,11 +85,19 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
                            REALfolderItem file, float gamma, signed char interlace,
                            RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetAlphaData(w, alphas, colors) &&
-                     picture && file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetAlphaData(w, alphas, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, true);
   Close(w);
   return saved;
+}
+
+RBInteger GetSaveThreads() {
+  return gSaveThreads;
+}
+
+void SetSaveThreads(RBInteger threads) {
+  gSaveThreads = threads;
 }
 
 REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma) {

@@ -205,6 +205,9 @@ REALmethodDefinition globalMethods[] = {
            "Boolean, FilterType as integer) as string",
            kConsoleSafeMark),
     Method(Proc(CgBIToPNGStringKRV), "CgBIToPNGStringKRV(data as string) as string", kConsole),
+    // A module-level property as a getter and an assigning setter.
+    Method(Proc(GetSaveThreads), "PNGSaveThreadsKRV as integer", kConsole),
+    Method(Proc(SetSaveThreads), "PNGSaveThreadsKRV(assigns threads as integer)", kConsole),
 };
 
 }  // namespace

@@ -109,7 +109,7 @@ const std::vector<Class> kClasses = {
     {"PNGWriterKRV",
      true,
      {"RC Width as Integer", "RC Height as Integer", "RC bpc as Integer", "RC Type as Integer",
-      "RC Rowbytes as Integer"},
+      "RC Rowbytes as Integer", "RC Threads as Integer"},
      {"C SetResolution(ResolutionHorizontal as integer, ResolutionVertical as integer, Unit as "
       "integer) as boolean",
       "C SetsRGB(intent as integer) as boolean",
@@ -173,6 +173,8 @@ const std::vector<std::string> kGlobals = {
     "P PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single, Interlace as "
     "Boolean, FilterType as integer) as string",
     "C CgBIToPNGStringKRV(data as string) as string",
+    "C PNGSaveThreadsKRV as integer",
+    "C PNGSaveThreadsKRV(assigns threads as integer)",
 };
 
 class Registry : public PluginTest {};
