@@ -156,7 +156,9 @@ class PixelStore {
 };
 
 // These throw std::bad_alloc when the pixels cannot be had.
-std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha);
+// `audit`: the locks check cairo's dirty mark (Profile::auditCairoLocks).
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
+                                          bool audit);
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha);
 std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette, bool alpha);

@@ -180,7 +180,7 @@ void Host::State::ConstructPicture(PictureObject& picture, size_t width, size_t 
                                    bool alpha) {
   if (uint64_t{width} * height > picturePixelLimit) throw std::bad_alloc();
   if (profile.CairoPictures()) {
-    picture.store = NewCairoStore(width, height, picturePadding, alpha);
+    picture.store = NewCairoStore(width, height, picturePadding, alpha, profile.auditCairoLocks);
   } else if (profile.app == AppKind::Desktop) {
     // A context without alpha cannot hold an alpha channel: such pictures use its premultiplied
     // counterpart.

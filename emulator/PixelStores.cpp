@@ -74,9 +74,12 @@ void CheckSize(size_t width, size_t height, uint64_t bytesPerPixel) {
 // cairo's own drawing) ends that. At the unlock that leaves no lock open, pixels that changed
 // while cairo still takes the surface for clear were written without the mark; cairo then paints
 // such a surface with alpha channel as blank, as a host shows a new picture written that way.
+// Without that audit the locks do what a host's do: the surface is shown as cairo paints it,
+// locked or not.
 class CairoStore : public PixelStore {
  public:
-  CairoStore(size_t width, size_t height, size_t padding, bool alpha) : alpha_(alpha) {
+  CairoStore(size_t width, size_t height, size_t padding, bool alpha, bool audit)
+      : alpha_(alpha), audit_(audit) {
     CheckSize(width, height, 4);
     // cairo wants rows of whole 32-bit words.
     const uint64_t wideStride = uint64_t{width} * 4 + (uint64_t{padding} + 3) / 4 * 4;
@@ -151,7 +154,7 @@ class CairoStore : public PixelStore {
       c.destroy(context);
       return false;
     }
-    if (contexts_.empty()) BeginLocks();
+    if (contexts_.empty() && audit_) BeginLocks();
     contexts_.push_back(context);
     desc.pictureType = type;
     desc.pictureData = context;
@@ -220,6 +223,11 @@ class CairoStore : public PixelStore {
   }
 
   LocksEnded EndLocks() {
+    shownStale_ = true;
+    if (!audit_) {
+      dirty_ = true;  // the host tells cairo itself, whatever the plug-in did
+      return {};
+    }
     LocksEnded ended;
     ended.ended = true;
     ended.written = std::memcmp(pixels_.get(), atFirstLock_.data(), Bytes()) != 0;
@@ -227,7 +235,6 @@ class CairoStore : public PixelStore {
     // Unchanged pixels were never cleared for cairo: it is told they are there.
     if (!ended.written) dirty_ = true;
     std::vector<unsigned char>().swap(atFirstLock_);
-    shownStale_ = true;
     return ended;
   }
 
@@ -254,10 +261,10 @@ class CairoStore : public PixelStore {
     return clear;
   }
 
-  // While locked, the pixel as it was at the first lock; otherwise as cairo paints it.
+  // While locked and audited, the pixel as it was at the first lock; otherwise as cairo paints it.
   uint32_t ShownWord(size_t x, size_t y) const {
     const unsigned char* at = nullptr;
-    if (!contexts_.empty()) {
+    if (!contexts_.empty() && audit_) {
       at = atFirstLock_.data() + y * stride_ + x * 4;
     } else {
       if (shownStale_ || shown_ == nullptr) Paint();
@@ -304,6 +311,7 @@ class CairoStore : public PixelStore {
   }
 
   bool alpha_;
+  bool audit_;
   size_t stride_ = 0;
   size_t width_ = 0;
   size_t height_ = 0;
@@ -504,8 +512,9 @@ const BitmapContext* FindContext(const void* context) noexcept {
 
 }  // namespace
 
-std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha) {
-  return std::make_unique<CairoStore>(width, height, padding, alpha);
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
+                                          bool audit) {
+  return std::make_unique<CairoStore>(width, height, padding, alpha, audit);
 }
 
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
