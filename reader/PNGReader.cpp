@@ -56,7 +56,9 @@ bool CreateInfo(PNGReader& r) {
 
 bool CreateReadState(PNGReader& r) {
   r.png = png_create_read_struct("1.6.30", &r, user_error_fn_reader, user_warning_fn_reader);
-  return r.png != nullptr && CreateInfo(r);
+  if (r.png == nullptr) return false;
+  png_set_mem_fn(r.png, &r, AllocateForLibpng, FreeForLibpng);
+  return CreateInfo(r);
 }
 
 bool InstallFile(PNGReader& r, FILE* file) {
@@ -198,6 +200,17 @@ void ReadFunction(png_structp png, png_bytep buffer, png_size_t length) {
 }
 
 // No user code runs inside libpng: the message waits in the queue until the call has returned.
+png_voidp AllocateForLibpng(png_structp png, png_alloc_size_t size) {
+  void* block = malloc(size);
+  auto* r = static_cast<PNGReader*>(png_get_mem_ptr(png));
+  if (block == nullptr && r != nullptr) r->memoryFailed = true;
+  return block;
+}
+
+void FreeForLibpng(png_structp, png_voidp block) {
+  free(block);
+}
+
 void user_error_fn_reader(png_structp png, png_const_charp message) {
   auto* r = static_cast<PNGReader*>(png_get_error_ptr(png));
   if (r == nullptr) return;

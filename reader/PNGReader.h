@@ -86,6 +86,9 @@ struct PNGReader {
   REALobject owner;  // not locked: the record lives inside it
   MemorySource memory;
   ReaderState state;
+  // An allocation of libpng's failed in the call in progress: its error is then no sign of
+  // damaged data, and no partial picture is kept for it.
+  RBBoolean memoryFailed;
   // libpng's errors and warnings of the call in progress, raised as events once it has returned.
   EventQueue events;
 };
@@ -142,6 +145,8 @@ bool ReadRowAlphaOnly(PNGReader& r, REALmemoryBlock block);
 bool ReadPicture(PNGReader& r);
 
 // libpng callbacks.
+png_voidp AllocateForLibpng(png_structp png, png_alloc_size_t size);
+void FreeForLibpng(png_structp png, png_voidp block);
 void ReadFunction(png_structp png, png_bytep buffer, png_size_t length);
 void user_error_fn_reader(png_structp png, png_const_charp message);
 void user_warning_fn_reader(png_structp png, png_const_charp message);

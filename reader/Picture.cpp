@@ -175,9 +175,10 @@ void Replace(REALpicture& field, PictureWriter& writer) {
 
 // The pictures the record keeps: both when every row was read; after a libpng error with
 // AllowDamaged, the picture of a one-pass image as far as it was decoded and the mask as it
-// stands (an interlaced image gives no picture, since nothing of it is converted).
+// stands (an interlaced image gives no picture, since nothing of it is converted). Memory running
+// out is no damage of the data: it keeps nothing.
 void KeepPictures(PNGReader& r, Decoder& d, bool read) {
-  if (!read && !r.allowDamaged) return;
+  if (!read && (!r.allowDamaged || r.memoryFailed)) return;
   if (read || !d.whole) Replace(r.pict, d.pict);
   if (d.withMask) Replace(r.mask, d.mask);
 }
@@ -193,6 +194,7 @@ bool Decode(PNGReader& r) {
   if (!AllocateBuffer(r, d)) return false;
   // From here libpng hands out the rows chosen: the set-up is spent, whatever the outcome.
   r.state = ReaderState::kDecoded;
+  r.memoryFailed = false;
   bool read = StartRows(r, d);
   if (read) {
     BuildTables(r, d);
