@@ -9,8 +9,8 @@
 #include <new>
 
 #include "host/Exceptions.h"
+#include "host/Files.h"
 #include "host/Text.h"
-#include "reader/PNGReader.h"
 
 namespace {
 
