@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "host/Files.h"
 #include "host/Text.h"
 
 namespace {

@@ -151,9 +151,6 @@ void ReadFunction(png_structp png, png_bytep buffer, png_size_t length);
 void user_error_fn_reader(png_structp png, png_const_charp message);
 void user_warning_fn_reader(png_structp png, png_const_charp message);
 
-// A folder item to an open C file; `unused` and `wideMode` are accepted and not used.
-FILE* OpenCFILE(REALfolderItem file, int unused, const char* mode, const wchar_t* wideMode);
-
 // Class handlers of PNGReaderKRV.
 void PNGReaderConstructor(REALobject instance);
 void PNGReaderDestructor(REALobject instance);
