@@ -6,6 +6,10 @@
 
 namespace {
 
+// The application's limit for every one-call open; Xojo runs user code on one thread, so the
+// openers read what the last assignment left.
+RBInteger gOpenPixelLimit = kDefaultPixelLimit;
+
 void Drop(REALpicture& picture) {
   if (picture) UnlockHandle(picture);
   picture = nullptr;
@@ -47,11 +51,20 @@ bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float
     return false;
   }
   reader.allowDamaged = true;
+  reader.pixelLimit = gOpenPixelLimit;
   if (OpenSource(reader, file, data) && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
     TakePictures(reader, record);
   }
   Finish(reader);
   return record.pict != nullptr;
+}
+
+RBInteger GetOpenPixelLimit() {
+  return gOpenPixelLimit;
+}
+
+void SetOpenPixelLimit(RBInteger pixels) {
+  gOpenPixelLimit = pixels;
 }
 
 void PNGPictureDestructor(REALobject instance) {

@@ -43,6 +43,10 @@ REALstring PictureToPNGStringKRV4(REALpicture pic, float gamma, RBBoolean interl
                                   RBInteger filter);
 REALstring PictureToPNGStringKRV5(REALpicture pic, REALpicture mask, float gamma,
                                   RBBoolean interlace, RBInteger filter);
+// The PixelLimit of the private readers of the one-call openers (see PNGReaderKRV's
+// PixelLimit), read and set by user code as one module-level property.
+RBInteger GetOpenPixelLimit();
+void SetOpenPixelLimit(RBInteger pixels);
 // The Threads value of the private writers of the one-call savers (see PNGWriterKRV's Threads),
 // read and set by user code as one module-level property.
 RBInteger GetSaveThreads();

@@ -63,6 +63,11 @@ enum class ReaderCall : int32_t {
   kQuery,  // ReadsRGBTag, ReadICCProfile
 };
 
+// The PixelLimit of a new reader, and of the one-call openers until the application sets theirs:
+// a gigapixel, a 4 GB picture (8 GB with its mask), far beyond what an application asks of a PNG
+// in use, yet refusing what a few kilobytes of crafted data can demand.
+constexpr RBInteger kDefaultPixelLimit = 1000000000;
+
 struct PNGReader {
   // Header values; the first six back the class's Integer properties.
   RBInteger interlaceType;
@@ -86,6 +91,9 @@ struct PNGReader {
   REALobject owner;  // not locked: the record lives inside it
   MemorySource memory;
   ReaderState state;
+  // Backs PixelLimit: ReadPicture refuses an image of more pixels (Width x Height) before it
+  // allocates anything for it; 0 or below sets no limit.
+  RBInteger pixelLimit;
   // An allocation of libpng's failed in the call in progress: its error is then no sign of
   // damaged data, and no partial picture is kept for it.
   RBBoolean memoryFailed;
