@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include "host/HostRuntime.h"
+#include "picture/Platform.h"
 
 constexpr int32_t kPixelFormatGD = 8;
 constexpr int32_t kPixelFormatCairoARGB32 = 9;
@@ -66,10 +67,18 @@ class PictureEditor {
  private:
   bool GetPictureEditorInternal(REALpicture picture, bool forReading, bool forWriting, int depth);
   bool GetPictureEditorDesktop(REALpicture picture, bool alphaWanted);
+#if defined(_WIN32)
+  bool GetPictureEditorBGRA(REALpicture picture);
+  bool GetPictureEditorGdiplus(REALpicture picture);
+  void AttachWords(REALpicture picture, unsigned char* data, int32_t width, int32_t height,
+                   int32_t stride);
+  GdiplusLock gdiplus = {};
+#else
 #if !defined(__APPLE__)
   bool GetPictureEditorCairo(REALpicture picture);
 #endif
   bool GetPictureEditorCGBitmapContext(REALpicture picture, bool alphaWanted);
+#endif
   bool GetPictureEditorGDImagePtr(REALpicture picture);
   bool EditDrawnCopy(REALpicture picture, bool forReading);
   void Attach(REALpicture picture);

@@ -14,7 +14,7 @@ bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
   return true;
 }
 
-#else
+#elif !defined(_WIN32)  // Windows hosts' pictures: picture/windows/Gdiplus.cpp
 #include <cairo.h>
 #include <dlfcn.h>
 

@@ -5,6 +5,9 @@
 
 #include "host/Text.h"
 #include "reader/PNGReader.h"
+#if defined(_WIN32)
+#include "host/windows/Files.h"
+#endif
 
 namespace {
 
@@ -38,7 +41,11 @@ bool PathFromFileURL(const char* url, char* out) {
 }
 
 FILE* OpenPath(const char* path, const char* mode) {
+#if defined(_WIN32)
+  FILE* stream = OpenUTF8Path(path, mode);
+#else
   FILE* stream = fopen(path, mode);
+#endif
   if (stream) setvbuf(stream, nullptr, _IOFBF, kFileBuffer);
   return stream;
 }

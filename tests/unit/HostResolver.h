@@ -34,7 +34,8 @@ inline void* ResolveWithFaults(const char* name) {
 
 class HostTest : public ::testing::Test {
  protected:
-  // A Linux desktop first: the plug-in looks cairo up once for the process.
+  // A desktop of the build's platform first: on Linux the plug-in looks cairo up once for the
+  // process.
   void SetUp() override { Use(2019.1); }
   void TearDown() override {
     const emu::AuditReport report = host().Audit();
@@ -45,7 +46,7 @@ class HostTest : public ::testing::Test {
   }
   // Restarts the host as one of this version and kind.
   void Use(double version, emu::AppKind app = emu::AppKind::Desktop,
-           emu::Platform platform = emu::Platform::Linux) {
+           emu::Platform platform = emu::DesktopPlatform()) {
     emu::Profile profile;
     profile.name = "unit";
     profile.version = version;

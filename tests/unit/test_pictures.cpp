@@ -9,7 +9,12 @@
 
 namespace {
 
+// The desktop hosts whose pictures the plug-in built here edits directly.
+#if defined(_WIN32)
+const emu::Platform kDesktops[] = {emu::Platform::Windows, emu::Platform::WindowsGdiplus};
+#else
 const emu::Platform kDesktops[] = {emu::Platform::Linux, emu::Platform::Mac};
+#endif
 
 // What reading a picture through a drawn copy gave, and what it left on the picture.
 struct Read {
@@ -252,7 +257,7 @@ TEST_F(Pictures, AlphaPicturesAreCopiedFrom2011_04) {
 TEST_F(Pictures, FailedLocksAreUndoneBefore2012) {
   for (double version : {2011.99, 2012.0}) {
     for (emu::AppKind app : {emu::AppKind::Console, emu::AppKind::Desktop}) {
-      const Read r = ReadOn(version, app, emu::Platform::Linux, Typed(1));
+      const Read r = ReadOn(version, app, kDesktops[0], Typed(1));
       EXPECT_GE(r.lockCalls, 1) << version << " app " << int(app);
       EXPECT_EQ(r.openLocks, 0) << version << " app " << int(app);
     }
@@ -263,11 +268,11 @@ TEST_F(Pictures, FailedLocksAreUndoneBefore2012) {
 // and web the gd route, a host of no known kind all three and the gd copy drawing falls back to.
 TEST_F(Pictures, HostKindChoosesTheRoutes) {
   const std::tuple<emu::AppKind, emu::Platform, long> cases[] = {
-      {emu::AppKind::Desktop, emu::Platform::Linux, 2},
-      {emu::AppKind::Desktop, emu::Platform::Mac, 2},
-      {emu::AppKind::Console, emu::Platform::Linux, 1},
-      {emu::AppKind::Web, emu::Platform::Linux, 1},
-      {emu::AppKind::None, emu::Platform::Linux, 4}};
+      {emu::AppKind::Desktop, kDesktops[0], 2},
+      {emu::AppKind::Desktop, kDesktops[1], 2},
+      {emu::AppKind::Console, kDesktops[0], 1},
+      {emu::AppKind::Web, kDesktops[0], 1},
+      {emu::AppKind::None, kDesktops[0], 4}};
   for (const auto& [app, platform, lockCalls] : cases) {
     EXPECT_EQ(ReadOn(2019.1, app, platform, Typed(1)).lockCalls, lockCalls)
         << "app " << int(app) << " platform " << int(platform);
