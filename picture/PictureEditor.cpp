@@ -4,8 +4,8 @@
 #include <limits.h>
 #include <string.h>
 
-#include <initializer_list>
 #include <type_traits>
+#include <utility>
 
 #include "picture/Platform.h"
 
@@ -239,15 +239,15 @@ bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool) {
   return GetPictureEditorBGRA(pic) || GetPictureEditorGdiplus(pic);
 }
 
-// Both Windows storages keep 32-bit words 0xAARRGGBB, premultiplied, as cairo's ARGB32 does.
+// Both Windows storages keep 32-bit words 0xAARRGGBB in `format`.
 void PictureEditor::AttachWords(REALpicture pic, unsigned char* data, int32_t w, int32_t h,
-                                int32_t stride) {
+                                int32_t stride, int32_t format) {
   Attach(pic);
   rowBytes = stride;
   width = w;
   height = h;
   baseAddress = pixels = data;
-  pixelFormat = kPixelFormatCairoARGB32;
+  pixelFormat = format;
 }
 
 bool PictureEditor::GetPictureEditorBGRA(REALpicture pic) {
@@ -259,7 +259,8 @@ bool PictureEditor::GetPictureEditorBGRA(REALpicture pic) {
     REALUnlockPictureDescription(pic);
     return false;
   }
-  AttachWords(pic, static_cast<unsigned char*>(d.pictureData), d.width, d.height, d.width * 4);
+  AttachWords(pic, static_cast<unsigned char*>(d.pictureData), d.width, d.height, d.width * 4,
+              kPixelFormatPremultipliedWords);
   return true;
 }
 
@@ -271,7 +272,8 @@ bool PictureEditor::GetPictureEditorGdiplus(REALpicture pic) {
     REALUnlockPictureDescription(pic);
     return false;
   }
-  AttachWords(pic, gdiplus.data, gdiplus.width, gdiplus.height, gdiplus.stride);
+  AttachWords(pic, gdiplus.data, gdiplus.width, gdiplus.height, gdiplus.stride,
+              gdiplus.premultiplied ? kPixelFormatPremultipliedWords : kPixelFormatStraightWords);
   return true;
 }
 #else
@@ -389,24 +391,60 @@ bool PictureWriter::NewPictureWriter(int w, int h) {
 
 namespace {
 
-// The word of one pixel in the formats' four layouts; the format is chosen once a row so that
-// the pixel loops below are straight lines the compiler can vectorise. gd words are opaque with
-// alpha 0, cairo words with alpha 255.
-enum Layout { kLast, kFirst, kGd, kCairo };
+// The words of one pixel format, chosen once a row so that the pixel loops below are straight
+// lines the compiler can vectorise. Each loop is made once for every layout of the table:
+// formats that store alike (the same byte offsets and the same opaque alpha) share the loops of
+// the first of them.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pixels are built as little-endian words");
 
-template <Layout L>
-constexpr uint32_t Word(uint32_t c1, uint32_t c2, uint32_t c3) {
-  if (L == kLast) return 0xFF000000u | c1 << 16 | c2 << 8 | c3;
-  if (L == kFirst) return c1 << 24 | c2 << 16 | c3 << 8 | 0xFFu;
-  if (L == kGd) return c1 | c2 << 8 | c3 << 16;
-  return 0xFF000000u | c1 | c2 << 8 | c3 << 16;
+constexpr bool SameLayout(const PixelFormat& a, const PixelFormat& b) {
+  return a.red == b.red && a.green == b.green && a.blue == b.blue && a.alpha == b.alpha &&
+         OpaqueAlpha(a) == OpaqueAlpha(b);
+}
+
+// The first row of the table that stores like row `row`.
+constexpr size_t LayoutRow(size_t row) {
+  size_t first = 0;
+  while (!SameLayout(kPixelFormats[first], kPixelFormats[row])) ++first;
+  return first;
+}
+
+// The opaque word of a pixel of the format in row F of the table.
+template <size_t F>
+constexpr uint32_t Word(uint32_t red, uint32_t green, uint32_t blue) {
+  constexpr PixelFormat f = kPixelFormats[F];
+  return red << 8 * f.red | green << 8 * f.green | blue << 8 * f.blue |
+         uint32_t{OpaqueAlpha(f)} << 8 * f.alpha;
+}
+
+// Calls `f` with the layout row of `code` as a compile-time constant (std::integral_constant);
+// false, calling nothing, for a code no storage has.
+template <size_t I, typename Fn>
+bool CallForLayout(size_t layout, Fn& f) {
+  if constexpr (LayoutRow(I) == I) {
+    if (layout == I) {
+      f(std::integral_constant<size_t, I>());
+      return true;
+    }
+  }
+  return false;
+}
+
+template <typename Fn, size_t... I>
+bool CallForLayout(size_t layout, Fn& f, std::index_sequence<I...>) {
+  return (CallForLayout<I>(layout, f) || ...);
+}
+
+template <typename Fn>
+bool WithLayout(int32_t code, Fn&& f) {
+  const size_t row = PixelFormatRow(code);
+  if (row == kPixelFormatCount) return false;
+  return CallForLayout(LayoutRow(row), f, std::make_index_sequence<kPixelFormatCount>());
 }
 
 // A decoded pixel, bytes R, G, B, x, as one word: R in the low byte on these little-endian hosts.
 // Taking the components out of the word lets the compiler work on whole pixels, four or eight in
 // a vector register, instead of gathering bytes.
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pixels are read as little-endian words");
-
 inline uint32_t PixelAt(const unsigned char* row, RBInteger x) {
   uint32_t word;
   memcpy(&word, row + 4 * x, 4);
@@ -415,124 +453,89 @@ inline uint32_t PixelAt(const unsigned char* row, RBInteger x) {
 
 // In place (`row` is `to`), each word is read before it is replaced, and the loop works on it as
 // a word so that the compiler need not guard against the overlap.
-template <Layout L, bool Swap, bool InPlace>
+template <size_t F, bool Swap, bool InPlace>
 void ColourRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   for (RBInteger x = 0; x < width; ++x) {
     const uint32_t p = InPlace ? to[x] : PixelAt(row, x);
     const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF;
-    to[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
+    to[x] = Swap ? Word<F>(b, g, r) : Word<F>(r, g, b);
   }
 }
 
 // Rows of three bytes a pixel, R, G, B, as libpng gives an image without alpha when it adds no
 // filler. Every pixel but the last is read as the word that starts at it, one load instead of
-// three, whose fourth byte (the next pixel's red) is dropped. Each layout keeps the components in
-// the order of that word or reverses them, which is one byte swap: the compiler does not find it
-// in Word's shifts when the components arrive packed.
-template <Layout L, bool Swap>
+// three, whose fourth byte (the next pixel's red) is dropped. Where the format keeps the three
+// components side by side, in the order of that word or reversed, the word is placed with one
+// shift or one byte swap: the compiler does not find the swap in Word's shifts when the
+// components arrive packed.
+template <size_t F, bool Swap>
 constexpr uint32_t WordOfThree(uint32_t p) {
-  const uint32_t rgb = p & 0xFFFFFF, bgr = __builtin_bswap32(p << 8);
-  const uint32_t forward = Swap ? rgb : bgr;  // c1 | c2 << 8 | c3 << 16 of Word
-  const uint32_t reversed = Swap ? bgr : rgb;
-  if (L == kLast) return 0xFF000000u | reversed;
-  if (L == kFirst) return reversed << 8 | 0xFFu;
-  if (L == kGd) return forward;
-  return 0xFF000000u | forward;
+  constexpr PixelFormat f = kPixelFormats[F];
+  constexpr int first = Swap ? f.blue : f.red;  // where the word's low byte goes
+  constexpr int last = Swap ? f.red : f.blue;   // and its third byte
+  constexpr uint32_t opaque = uint32_t{OpaqueAlpha(f)} << 8 * f.alpha;
+  if constexpr (f.green == 1 && first == 0 && last == 2) return (p & 0xFFFFFF) | opaque;
+  if constexpr (f.green == 2 && first == 1 && last == 3) return p << 8 | opaque;
+  if constexpr (f.green == 1 && first == 2 && last == 0) return __builtin_bswap32(p << 8) | opaque;
+  if constexpr (f.green == 2 && first == 3 && last == 1) {
+    return __builtin_bswap32(p & 0xFFFFFF) | opaque;
+  }
+  return Swap ? Word<F>(p >> 16 & 0xFF, p >> 8 & 0xFF, p & 0xFF)
+              : Word<F>(p & 0xFF, p >> 8 & 0xFF, p >> 16 & 0xFF);
 }
 
-template <Layout L>
-constexpr bool WordOfThreeIsWord() {
-  return WordOfThree<L, false>(0x77030201) == Word<L>(3, 2, 1) &&
-         WordOfThree<L, true>(0x77030201) == Word<L>(1, 2, 3);
+template <size_t... I>
+constexpr bool WordsOfThreeAreWords(std::index_sequence<I...>) {
+  return ((WordOfThree<I, false>(0x77030201) == Word<I>(1, 2, 3) &&
+           WordOfThree<I, true>(0x77030201) == Word<I>(3, 2, 1)) &&
+          ...);
 }
-static_assert(WordOfThreeIsWord<kLast>() && WordOfThreeIsWord<kFirst>() &&
-                  WordOfThreeIsWord<kGd>() && WordOfThreeIsWord<kCairo>(),
+static_assert(WordsOfThreeAreWords(std::make_index_sequence<kPixelFormatCount>()),
               "the words of three-byte rows are those of four-byte rows");
 
-template <Layout L, bool Swap>
+template <size_t F, bool Swap>
 void ColourRowOfThree(uint32_t* to, const unsigned char* row, RBInteger width) {
   const RBInteger last = width - 1;
   for (RBInteger x = 0; x < last; ++x) {
     uint32_t p;
     memcpy(&p, row + 3 * x, 4);
-    to[x] = WordOfThree<L, Swap>(p);
+    to[x] = WordOfThree<F, Swap>(p);
   }
   const unsigned char* end = row + 3 * last;
-  to[last] = WordOfThree<L, Swap>(end[0] | end[1] << 8 | end[2] << 16);
+  to[last] = WordOfThree<F, Swap>(end[0] | end[1] << 8 | end[2] << 16);
 }
 
-template <Layout L>
+template <size_t F>
 void MaskRow(uint32_t* to, const unsigned char* row, RBInteger width) {
   for (RBInteger x = 0; x < width; ++x) {
     const uint32_t m = 255u - (PixelAt(row, x) >> 24);
-    to[x] = Word<L>(m, m, m);
+    to[x] = Word<F>(m, m, m);
   }
 }
 
 // Colour and mask of each pixel in one pass over the row, for two writers of one layout; in
 // place as ColourRow.
-template <Layout L, bool Swap, bool InPlace>
+template <size_t F, bool Swap, bool InPlace>
 void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row,
                       RBInteger width) {
   for (RBInteger x = 0; x < width; ++x) {
     const uint32_t p = InPlace ? colours[x] : PixelAt(row, x);
     const uint32_t r = p & 0xFF, g = p >> 8 & 0xFF, b = p >> 16 & 0xFF, m = 255u - (p >> 24);
-    colours[x] = Swap ? Word<L>(r, g, b) : Word<L>(b, g, r);
-    masks[x] = Word<L>(m, m, m);
+    colours[x] = Swap ? Word<F>(b, g, r) : Word<F>(r, g, b);
+    masks[x] = Word<F>(m, m, m);
   }
 }
 
-template <Layout L>
+template <size_t F>
 void ColourAndMaskRow(uint32_t* colours, uint32_t* masks, const unsigned char* row, RBInteger width,
                       bool swap) {
   const bool inPlace = row == reinterpret_cast<const unsigned char*>(colours);
   if (inPlace) {
-    swap ? ColourAndMaskRow<L, true, true>(colours, masks, row, width)
-         : ColourAndMaskRow<L, false, true>(colours, masks, row, width);
+    swap ? ColourAndMaskRow<F, true, true>(colours, masks, row, width)
+         : ColourAndMaskRow<F, false, true>(colours, masks, row, width);
   } else {
-    swap ? ColourAndMaskRow<L, true, false>(colours, masks, row, width)
-         : ColourAndMaskRow<L, false, false>(colours, masks, row, width);
-  }
-}
-
-// The layout of a format code; false for codes that store nothing.
-bool LayoutOf(int32_t format, Layout* layout) {
-  switch (format) {
-    case 1:
-    case 3:
-    case 5:
-      *layout = kLast;
-      return true;
-    case 2:
-    case 4:
-    case 6:
-      *layout = kFirst;
-      return true;
-    case kPixelFormatGD:
-      *layout = kGd;
-      return true;
-    case kPixelFormatCairoARGB32:
-    case kPixelFormatCairoRGB24:
-      *layout = kCairo;
-      return true;
-    default:
-      return false;
-  }
-}
-
-// Calls `f` with the layout as a compile-time constant (std::integral_constant), so that each
-// layout gets loops of its own; a new layout needs a case here and in Word and LayoutOf.
-template <typename F>
-void WithLayout(Layout layout, F&& f) {
-  switch (layout) {
-    case kLast:
-      return f(std::integral_constant<Layout, kLast>());
-    case kFirst:
-      return f(std::integral_constant<Layout, kFirst>());
-    case kGd:
-      return f(std::integral_constant<Layout, kGd>());
-    case kCairo:
-      return f(std::integral_constant<Layout, kCairo>());
+    swap ? ColourAndMaskRow<F, true, false>(colours, masks, row, width)
+         : ColourAndMaskRow<F, false, false>(colours, masks, row, width);
   }
 }
 
@@ -540,24 +543,18 @@ void WithLayout(Layout layout, F&& f) {
 // nothing.
 bool ColourWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInteger width,
                    bool swap) {
-  Layout layout;
-  if (!LayoutOf(format, &layout)) return false;
-  WithLayout(layout, [&](auto l) {
-    constexpr Layout L = decltype(l)::value;
+  return WithLayout(format, [&](auto layout) {
+    constexpr size_t F = decltype(layout)::value;
     if (row == reinterpret_cast<const unsigned char*>(to)) {
-      swap ? ColourRow<L, true, true>(to, row, width) : ColourRow<L, false, true>(to, row, width);
+      swap ? ColourRow<F, true, true>(to, row, width) : ColourRow<F, false, true>(to, row, width);
     } else {
-      swap ? ColourRow<L, true, false>(to, row, width) : ColourRow<L, false, false>(to, row, width);
+      swap ? ColourRow<F, true, false>(to, row, width) : ColourRow<F, false, false>(to, row, width);
     }
   });
-  return true;
 }
 
 bool MaskWordsOf(int32_t format, uint32_t* to, const unsigned char* row, RBInteger width) {
-  Layout layout;
-  if (!LayoutOf(format, &layout)) return false;
-  WithLayout(layout, [&](auto l) { MaskRow<decltype(l)::value>(to, row, width); });
-  return true;
+  return WithLayout(format, [&](auto layout) { MaskRow<decltype(layout)::value>(to, row, width); });
 }
 
 }  // namespace
@@ -568,12 +565,11 @@ void PictureWriter::StoreColourRow(const unsigned char* row, RBInteger width, bo
 }
 
 void PictureWriter::StoreRGBRow(const unsigned char* row, RBInteger width, bool swap) {
-  Layout layout;
-  if (width > 0 && LayoutOf(pixelFormat, &layout)) {
-    WithLayout(layout, [&](auto l) {
-      constexpr Layout L = decltype(l)::value;
-      swap ? ColourRowOfThree<L, true>(destination, row, width)
-           : ColourRowOfThree<L, false>(destination, row, width);
+  if (width > 0) {
+    WithLayout(pixelFormat, [&](auto layout) {
+      constexpr size_t F = decltype(layout)::value;
+      swap ? ColourRowOfThree<F, true>(destination, row, width)
+           : ColourRowOfThree<F, false>(destination, row, width);
     });
   }
   NextRow();
@@ -586,15 +582,16 @@ void PictureWriter::StoreMaskRow(const unsigned char* row, RBInteger width) {
 
 void PictureWriter::StoreColourAndMaskRow(const unsigned char* row, RBInteger width, bool swap,
                                           PictureWriter& mask) {
-  Layout layout, maskLayout;
-  if (width <= 0 || !LayoutOf(pixelFormat, &layout) || !LayoutOf(mask.pixelFormat, &maskLayout) ||
-      layout != maskLayout) {
+  const size_t layout = PixelFormatRow(pixelFormat);
+  if (width <= 0 || layout == kPixelFormatCount ||
+      PixelFormatRow(mask.pixelFormat) == kPixelFormatCount ||
+      LayoutRow(layout) != LayoutRow(PixelFormatRow(mask.pixelFormat))) {
     // The mask first: `row` may be this writer's own row, which the colours overwrite.
     mask.StoreMaskRow(row, width);
     StoreColourRow(row, width, swap);
     return;
   }
-  WithLayout(layout, [&](auto l) {
+  WithLayout(pixelFormat, [&](auto l) {
     ColourAndMaskRow<decltype(l)::value>(destination, mask.destination, row, width, swap);
   });
   NextRow();
@@ -610,39 +607,30 @@ bool PictureWriter::MaskWords(const unsigned char* row, RBInteger count, uint32_
   return MaskWordsOf(pixelFormat, words, row, count);
 }
 
-// The words of two probe colours in memory, against the rows each order would give: a filler
-// byte that neither colour changes, and the components in one of the two orders.
+// Rows of some FilledRowOrder are red, green and blue side by side (blue first with `bgr`) and
+// the filler before or after them: the format's offsets must be those, and the filler is the
+// opaque alpha that every colour word carries.
 bool PictureWriter::FilledRows(bool swap, FilledRowOrder* order) const {
-  const unsigned char probes[8] = {1, 2, 3, 0, 4, 5, 6, 0};
-  uint32_t words[2];
-  if (!ColourWords(probes, 2, swap, words)) return false;
-  unsigned char stored[8];
-  memcpy(stored, words, 8);
-  for (const bool fillerFirst : {false, true}) {
-    for (const bool bgr : {false, true}) {
-      const unsigned char filler = stored[fillerFirst ? 0 : 3];
-      unsigned char rows[8];
-      for (int p = 0; p < 2; ++p) {
-        unsigned char* row = rows + 4 * p;
-        unsigned char* rgb = fillerFirst ? row + 1 : row;
-        row[fillerFirst ? 0 : 3] = filler;
-        rgb[0] = probes[4 * p + (bgr ? 2 : 0)];
-        rgb[1] = probes[4 * p + 1];
-        rgb[2] = probes[4 * p + (bgr ? 0 : 2)];
-      }
-      if (memcmp(rows, stored, 8) == 0) {
-        *order = {bgr, fillerFirst, filler};
-        return true;
-      }
-    }
+  const PixelFormat* f = FindPixelFormat(pixelFormat);
+  if (f == nullptr || (f->alpha != 0 && f->alpha != 3)) return false;
+  const bool fillerFirst = f->alpha == 0;
+  const int start = fillerFirst ? 1 : 0;
+  const int red = swap ? f->blue : f->red;
+  const int blue = swap ? f->red : f->blue;
+  if (f->green != start + 1) return false;
+  if (red == start && blue == start + 2) {
+    *order = {false, fillerFirst, OpaqueAlpha(*f)};
+  } else if (red == start + 2 && blue == start) {
+    *order = {true, fillerFirst, OpaqueAlpha(*f)};
+  } else {
+    return false;
   }
-  return false;
+  return true;
 }
 
 void PictureWriter::StoreIndexedRow(const unsigned char* indices, RBInteger width,
                                     const uint32_t* table) {
-  Layout layout;
-  if (LayoutOf(pixelFormat, &layout)) {
+  if (FindPixelFormat(pixelFormat)) {
     for (RBInteger x = 0; x < width; ++x) destination[x] = table[indices[x]];
   }
   NextRow();
@@ -651,8 +639,7 @@ void PictureWriter::StoreIndexedRow(const unsigned char* indices, RBInteger widt
 void PictureWriter::StoreIndexedRowAndMask(const unsigned char* indices, RBInteger width,
                                            const uint32_t* table, PictureWriter& mask,
                                            const uint32_t* maskTable) {
-  Layout layout, maskLayout;
-  if (!LayoutOf(pixelFormat, &layout) || !LayoutOf(mask.pixelFormat, &maskLayout)) {
+  if (!FindPixelFormat(pixelFormat) || !FindPixelFormat(mask.pixelFormat)) {
     StoreIndexedRow(indices, width, table);
     mask.StoreIndexedRow(indices, width, maskTable);
     return;

@@ -1,24 +1,14 @@
 // Direct access to the pixels of a host picture: the editor finds out how the host stores the
-// picture, locks it and exposes one plain buffer of 4-byte pixels, rows top to bottom.
-//
-// Pixel format codes: 1 to 6 are a bitmap context's alpha info (1 premultiplied last, 2
-// premultiplied first, 3 last, 4 first, 5 none-skip-last, 6 none-skip-first); "last" formats keep
-// red, green, blue in bytes 0, 1, 2, "first" formats in bytes 1, 2, 3. Code 8 is a true-colour
-// gd image: one 32-bit word a pixel in host byte order, 0xAARRGGBB with gd's 7-bit alpha (0 is
-// opaque). Codes 9 and 10 are the cairo image surfaces of Linux desktop hosts, one 32-bit word a
-// pixel in host byte order: 9 is ARGB32, 0xAARRGGBB with the colour premultiplied by alpha; 10 is
-// RGB24, 0x..RRGGBB with the top byte ignored. Row bytes may exceed width × 4 and must be
-// honoured.
+// picture, locks it and exposes one plain buffer of 4-byte pixels, rows top to bottom, in the
+// format of `pixelFormat` (a code of picture/PixelFormat.h). Row bytes may exceed width × 4 and
+// must be honoured.
 #pragma once
 
 #include <stdint.h>
 
 #include "host/HostRuntime.h"
+#include "picture/PixelFormat.h"
 #include "picture/Platform.h"
-
-constexpr int32_t kPixelFormatGD = 8;
-constexpr int32_t kPixelFormatCairoARGB32 = 9;
-constexpr int32_t kPixelFormatCairoRGB24 = 10;
 
 // The host application kind, found out on first use and kept for the process.
 extern bool IsDesktop;
@@ -71,7 +61,7 @@ class PictureEditor {
   bool GetPictureEditorBGRA(REALpicture picture);
   bool GetPictureEditorGdiplus(REALpicture picture);
   void AttachWords(REALpicture picture, unsigned char* data, int32_t width, int32_t height,
-                   int32_t stride);
+                   int32_t stride, int32_t format);
   GdiplusLock gdiplus = {};
 #else
 #if !defined(__APPLE__)
@@ -102,11 +92,9 @@ class PictureWriter : public PictureEditor {
   // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767).
   bool NewPictureWriter(int width, int height);
 
-  // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is one
-  // word of components c1, c2, c3 = B, G, R (R, G, B with `swap`): for codes 1, 3, 5 the word is
-  // 0xFF000000 | c1 << 16 | c2 << 8 | c3, for 2, 4, 6 it is c1 << 24 | c2 << 16 | c3 << 8 | 0xFF,
-  // for 8 it is c1 | c2 << 8 | c3 << 16, for 9 and 10 it is 0xFF000000 | c1 | c2 << 8 | c3 << 16;
-  // other codes store nothing.
+  // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is
+  // stored opaque, its colour where the format keeps red, green and blue (red and blue exchanged
+  // with `swap`); a code that the pixel format table lacks stores nothing.
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
   // The same for a row of three bytes a pixel, R, G, B.
   void StoreRGBRow(const unsigned char* row, RBInteger width, bool swap);

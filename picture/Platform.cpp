@@ -1,25 +1,13 @@
 #include "picture/Platform.h"
 
-#if defined(__APPLE__)
-#include <CoreGraphics/CoreGraphics.h>
-
-bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
-  CGContextRef ctx = static_cast<CGContextRef>(context);
-  info->data = CGBitmapContextGetData(ctx);
-  info->bitsPerPixel = CGBitmapContextGetBitsPerPixel(ctx);
-  info->width = CGBitmapContextGetWidth(ctx);
-  info->height = CGBitmapContextGetHeight(ctx);
-  info->bytesPerRow = CGBitmapContextGetBytesPerRow(ctx);
-  info->alphaInfo = CGBitmapContextGetAlphaInfo(ctx);
-  return true;
-}
-
-#elif !defined(_WIN32)  // Windows hosts' pictures: picture/windows/Gdiplus.cpp
-#include <cairo.h>
+// Windows hosts' pictures: picture/windows/Gdiplus.cpp.
+#if !defined(_WIN32)
 #include <dlfcn.h>
 
 namespace {
 
+// Core Graphics' own signatures: a CGContextRef is a pointer, the sizes are size_t and
+// CGImageAlphaInfo is a uint32_t enumeration.
 using DataFn = void* (*)(void*);
 using SizeFn = size_t (*)(void*);
 using AlphaFn = uint32_t (*)(void*);
@@ -68,6 +56,9 @@ bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
   info->alphaInfo = f.alphaInfo(context);
   return true;
 }
+
+#if !defined(__APPLE__)
+#include <cairo.h>
 
 namespace {
 
@@ -145,5 +136,7 @@ void MarkCairoContextDirty(void* context) {
   cairo_surface_t* surface = f.Complete() ? ImageTarget(context) : nullptr;
   if (surface) f.markDirty(surface);
 }
+
+#endif
 
 #endif

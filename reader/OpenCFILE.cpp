@@ -1,11 +1,13 @@
-// A host folder item to an open C file. Hosts from 2013.0 on give the POSIX path as "NativePath";
-// older hosts only give a file URL as "URLPath".
+// A host folder item to an open C file. Hosts from 2013.0 on give the native path (POSIX, or a
+// Windows path) as "NativePath"; older hosts only give a file URL as "URLPath".
 #include <stdlib.h>
 #include <string.h>
 
 #include "host/Text.h"
 #include "reader/PNGReader.h"
-#if defined(_WIN32)
+#if defined(__APPLE__)
+#include "host/mac/Paths.h"
+#elif defined(_WIN32)
 #include "host/windows/Files.h"
 #endif
 
@@ -41,7 +43,9 @@ bool PathFromFileURL(const char* url, char* out) {
 }
 
 FILE* OpenPath(const char* path, const char* mode) {
-#if defined(_WIN32)
+#if defined(__APPLE__)
+  FILE* stream = OpenDecomposedPath(path, mode);
+#elif defined(_WIN32)
   FILE* stream = OpenUTF8Path(path, mode);
 #else
   FILE* stream = fopen(path, mode);

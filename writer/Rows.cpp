@@ -27,32 +27,12 @@ struct RGB {
   uint8_t blue;
 };
 
-// Red, green and blue of a 0x..RRGGBB word in host byte order (gd and cairo pictures).
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-constexpr Channels kNativeWord = {1, 2, 3, true};
-#else
-constexpr Channels kNativeWord = {2, 1, 0, true};
-#endif
-
 // Where red, green and blue lie in a pixel of the editor's format. Colours are taken as stored:
 // a premultiplied picture's colour stays premultiplied.
 Channels ChannelsOf(int32_t pixelFormat) {
-  switch (pixelFormat) {
-    case 1:
-    case 3:
-    case 5:
-      return {0, 1, 2, true};
-    case 2:
-    case 4:
-    case 6:
-      return {1, 2, 3, true};
-    case kPixelFormatGD:
-    case kPixelFormatCairoARGB32:
-    case kPixelFormatCairoRGB24:
-      return kNativeWord;
-    default:
-      return {0, 0, 0, false};
-  }
+  const PixelFormat* f = FindPixelFormat(pixelFormat);
+  if (f == nullptr) return {0, 0, 0, false};
+  return {f->red, f->green, f->blue, true};
 }
 
 RGB PixelAt(const unsigned char* pixel, const Channels& c) {

@@ -243,5 +243,28 @@ TEST_F(Combined, DrawingNeedsTheHostsMethodLookup) {
   }
 }
 
+// A joined picture whose colours the host can't lock (an immutable picture put in Pict): hosts that
+// draw draw them; the others copy gd rows, whose failed lock is undone, and leave them white.
+TEST_F(Combined, ColoursTheHostCannotLock) {
+  const bool draws = Desktop() && Profile().withheld.count("REALLoadObjectMethod") == 0;
+  const Bytes png = samples::Encode(samples::Pattern(7, 5, 8, 6, false));
+  const Bytes opaque = Colours(ReadWithLibpng(png).rgba, false);
+  const emu::Value opened = Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(png)});
+  ASSERT_FALSE(opened.IsNil());
+  emu::PictureOptions immutable;
+  immutable.type = 1;
+  const emu::Value colours = Host().MakePicture(7, 5, Text(opaque), immutable);
+  Host().SetProperty(opened, "Pict", colours);
+  const Bytes combined = Rgba(Host().Call(opened, "CombinePictureWithMask"));
+  const emu::PictureCounts counts = Host().PictureStats(colours);
+  EXPECT_EQ(counts.lockCalls, draws ? 0 : 1);
+  EXPECT_EQ(counts.openLocks, 0);
+  ASSERT_EQ(combined.size(), opaque.size());
+  for (size_t i = 0; i < combined.size(); i += 4) {
+    const Bytes rgb(combined.begin() + i, combined.begin() + i + 3);
+    EXPECT_EQ(rgb, draws ? Bytes(opaque.begin() + i, opaque.begin() + i + 3) : Bytes(3, 255)) << i;
+  }
+}
+
 }  // namespace
 }  // namespace e2e

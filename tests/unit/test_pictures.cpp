@@ -47,8 +47,8 @@ class Pictures : public unittest::HostTest {
   static REALpicture P(const emu::Value& v) { return v.As<REALpicture>(); }
   // The red byte of the first pixel of row `y`, by the editor's pixel format (little-endian).
   static uint8_t Red(const PictureEditor& editor, RBInteger y) {
-    static const std::map<int32_t, int> kRedByte = {{1, 0}, {2, 1}, {3, 0}, {4, 1}, {5, 0},
-                                                    {6, 1}, {8, 2}, {9, 2}, {10, 2}};
+    static const std::map<int32_t, int> kRedByte = {{1, 0}, {2, 1}, {3, 0}, {4, 1},  {5, 0},
+                                                    {6, 1}, {8, 2}, {9, 2}, {10, 2}, {11, 2}};
     return editor.RowAddress(y)[kRedByte.at(editor.pixelFormat)];
   }
   static RBInteger Resolution(const emu::Value& v, const char* name) {
