@@ -384,6 +384,7 @@ bool PictureWriter::NewPictureWriter(int w, int h) {
   if (fresh == nullptr) return false;
   const bool ok = GetPictureEditor(fresh, false, true);
   UnlockHandle(fresh);
+  refused = !ok;
   row = 0;
   destination = reinterpret_cast<uint32_t*>(baseAddress);
   return ok;

@@ -89,7 +89,8 @@ struct FilledRowOrder {
 // An editor on a new picture that the decoders fill pixel by pixel, row by row.
 class PictureWriter : public PictureEditor {
  public:
-  // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767).
+  // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767). When the host
+  // made the picture but gives no way to write its pixels, `refused` tells so.
   bool NewPictureWriter(int width, int height);
 
   // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is
@@ -123,6 +124,7 @@ class PictureWriter : public PictureEditor {
   void NextRow();
 
   uint32_t* destination = nullptr;
+  bool refused = false;
   RBInteger row = 0;
 };
 

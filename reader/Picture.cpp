@@ -9,6 +9,7 @@
 // are the picture's words, where the picture's format allows, and is read straight into it.
 #include <stdlib.h>
 
+#include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "reader/PNGReader.h"
 
@@ -341,12 +342,32 @@ bool ReadRGBAbyBlock(PNGReader& r) {
   return r.pict != nullptr;
 }
 
-bool ReadPicture(PNGReader& r) {
+namespace {
+
+bool DecodePicture(PNGReader& r) {
   if (r.colorType == PNG_COLOR_TYPE_RGB_ALPHA) {
     return r.passes == 1 ? ReadRGBAbyRow(r) : ReadRGBAbyBlock(r);
   }
   if (r.colorType == PNG_COLOR_TYPE_RGB) {
     return r.passes == 1 ? ReadRGBbyRow(r) : ReadRGBbyBlock(r);
+  }
+  return false;
+}
+
+// Whether the host makes new pictures whose pixels no route of this platform can reach (a Windows
+// desktop host that hands out neither its pixels nor a GDI+ bitmap, for one).
+bool HostRefusesPictures() {
+  PictureWriter probe;
+  return !probe.NewPictureWriter(1, 1) && probe.refused;
+}
+
+}  // namespace
+
+// A decode that failed for want of a picture to write into says so, once the decoder is done.
+bool ReadPicture(PNGReader& r) {
+  if (DecodePicture(r)) return true;
+  if (HostRefusesPictures()) {
+    RaiseMessageEvent(r.errorHook, r.owner, "The host's pictures cannot be written to.");
   }
   return false;
 }

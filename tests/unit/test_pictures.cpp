@@ -5,7 +5,9 @@
 #include <string>
 
 #include "convert/PNGPicture.h"
+#include "reader/PNGReader.h"
 #include "tests/unit/HostResolver.h"
+#include "tools/samples/Samples.h"
 
 namespace {
 
@@ -251,6 +253,40 @@ TEST_F(Pictures, AlphaPicturesAreCopiedFrom2011_04) {
     }
   }
 }
+
+#if defined(_WIN32)
+std::vector<std::string> gErrors;
+
+void CollectError(REALobject, REALstring message) {
+  gErrors.push_back(emu::Value::RetainString(message).Text());
+}
+
+// A desktop host that hands out neither its pictures' pixels nor GDI+ bitmaps (here a macOS host,
+// whose bitmap contexts the plug-in built for Windows does not reach): ReadPicture fails and says
+// why, where a Windows host's pictures are written.
+TEST_F(Pictures, ReadPictureTellsWhenPicturesCannotBeWritten) {
+  const samples::Bytes png = samples::Encode(samples::Pattern(3, 2, 8, 2, false));
+  const std::pair<emu::Platform, std::vector<std::string>> kCases[] = {
+      {emu::Platform::Windows, {}},
+      {emu::Platform::Mac, {"The host's pictures cannot be written to."}}};
+  for (const auto& [platform, errors] : kCases) {
+    SCOPED_TRACE(int(platform));
+    Use(2019.1, emu::AppKind::Desktop, platform);
+    gErrors.clear();
+    int owner = 0;
+    PNGReader r;
+    ASSERT_TRUE(Init(r, reinterpret_cast<REALobject>(&owner), CollectError, nullptr));
+    const emu::Value data =
+        host().MakeString(std::string_view(reinterpret_cast<const char*>(png.data()), png.size()),
+                          kREALTextEncodingUnknown);
+    ASSERT_TRUE(OpenReadString(r, data.AsString()));
+    ASSERT_TRUE(ApplyOptions(r, 0.0, -1.0));
+    EXPECT_EQ(ReadPicture(r), errors.empty());
+    EXPECT_EQ(gErrors, errors);
+    Finish(r);
+  }
+}
+#endif
 
 // Hosts before 2012.0 keep a picture locked after a failed lock until it is unlocked; later hosts
 // take that unlock for a fault, which the audit reports (ReadOn checks it).
