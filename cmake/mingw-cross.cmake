@@ -3,7 +3,8 @@
 # of static libraries compiled from Debian's source packages (tools/thirdparty), PNGKRV_THIRDPARTY.
 # Programs built here run under Wine, in a Wine prefix of the build folder's own.
 # The including toolchain file sets CMAKE_SYSTEM_PROCESSOR, PNGKRV_MINGW (the compilers' prefix)
-# and PNGKRV_WINE, the Wine loader that runs its programs, where there is one.
+# and PNGKRV_WINE, the Wine loader that runs its programs, where there is one, with the
+# environment it needs in PNGKRV_WINE_ENV.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER ${PNGKRV_MINGW}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${PNGKRV_MINGW}-g++-posix)
@@ -29,5 +30,5 @@ set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
 # Wine runs the programs without a display, in a prefix made for the build folder on first use.
 if(PNGKRV_WINE)
   set(CMAKE_CROSSCOMPILING_EMULATOR
-      env WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix WINEDEBUG=-all ${PNGKRV_WINE})
+      env WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix WINEDEBUG=-all ${PNGKRV_WINE_ENV} ${PNGKRV_WINE})
 endif()
