@@ -8,6 +8,7 @@
 
 #include "host/HostRuntime.h"
 #include "picture/PixelFormat.h"
+#include "picture/Platform.h"
 
 class PictureEditor {
  public:
@@ -52,10 +53,18 @@ class PictureEditor {
  private:
   bool GetPictureEditorInternal(REALpicture picture, bool forReading, bool forWriting, int depth);
   bool GetPictureEditorDesktop(REALpicture picture, bool alphaWanted);
+#if defined(_WIN32)
+  bool GetPictureEditorBGRA(REALpicture picture);
+  bool GetPictureEditorGdiplus(REALpicture picture);
+  void AttachWords(REALpicture picture, unsigned char* data, int32_t width, int32_t height,
+                   int32_t stride, int32_t format);
+  GdiplusLock gdiplus = {};
+#else
 #if !defined(__APPLE__)
   bool GetPictureEditorCairo(REALpicture picture);
 #endif
   bool GetPictureEditorCGBitmapContext(REALpicture picture, bool alphaWanted);
+#endif
   bool GetPictureEditorGDImagePtr(REALpicture picture);
   bool EditDrawnCopy(REALpicture picture, bool forReading);
   void Attach(REALpicture picture);
@@ -76,7 +85,8 @@ struct FilledRowOrder {
 // An editor on a new picture that the decoders fill pixel by pixel, row by row.
 class PictureWriter : public PictureEditor {
  public:
-  // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767).
+  // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767). When the host
+  // made the picture but gives no way to write its pixels, `refused` tells so.
   bool NewPictureWriter(int width, int height);
 
   // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is
@@ -110,6 +120,7 @@ class PictureWriter : public PictureEditor {
   void NextRow();
 
   uint32_t* destination = nullptr;
+  bool refused = false;
   RBInteger row = 0;
 };
 

@@ -6,8 +6,11 @@
 // 3 last, 4 first, 5 none-skip-last, 6 none-skip-first), whose bytes lie in memory as named:
 // "last" formats keep red, green, blue in bytes 0, 1, 2, "first" formats in bytes 1, 2, 3.
 // The other storages keep one 32-bit word a pixel in host byte order, 0xAARRGGBB: a true-colour
-// gd image (gd's 7-bit alpha, 0 opaque) and the cairo image surfaces of Linux desktop hosts,
-// ARGB32 (colour premultiplied by alpha) and RGB24 (the top byte ignored).
+// gd image (gd's 7-bit alpha, 0 opaque), the cairo image surfaces of Linux desktop hosts, ARGB32
+// (colour premultiplied by alpha) and RGB24 (the top byte ignored), and the pictures of Windows
+// desktop hosts, B, G, R, A in memory: a modern host's pixels and the GDI+ bitmaps of an older
+// one that keep premultiplied colour are the words of ARGB32; other GDI+ bitmaps are locked as
+// straight colour.
 #pragma once
 
 #include <stddef.h>
@@ -16,6 +19,9 @@
 constexpr int32_t kPixelFormatGD = 8;
 constexpr int32_t kPixelFormatCairoARGB32 = 9;
 constexpr int32_t kPixelFormatCairoRGB24 = 10;
+constexpr int32_t kPixelFormatStraightWords = 11;
+// Premultiplied words, cairo's or Windows'.
+constexpr int32_t kPixelFormatPremultipliedWords = kPixelFormatCairoARGB32;
 
 // What the alpha byte of a pixel holds.
 enum class AlphaKind : uint8_t {
@@ -57,6 +63,8 @@ inline constexpr PixelFormat kPixelFormats[] = {
      AlphaKind::kPremultiplied},
     {kPixelFormatCairoRGB24, WordByte(16), WordByte(8), WordByte(0), WordByte(24),
      AlphaKind::kNone},
+    {kPixelFormatStraightWords, WordByte(16), WordByte(8), WordByte(0), WordByte(24),
+     AlphaKind::kStraight},
 };
 
 constexpr size_t kPixelFormatCount = sizeof kPixelFormats / sizeof kPixelFormats[0];

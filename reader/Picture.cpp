@@ -13,6 +13,7 @@
 // whole image otherwise.
 #include <stdlib.h>
 
+#include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "reader/PNGReader.h"
 
@@ -205,9 +206,21 @@ bool Decode(PNGReader& r) {
   return r.pict != nullptr;
 }
 
+// Whether the host makes new pictures whose pixels no route of this platform can reach (a Windows
+// desktop host that hands out neither its pixels nor a GDI+ bitmap, for one).
+bool HostRefusesPictures() {
+  PictureWriter probe;
+  return !probe.NewPictureWriter(1, 1) && probe.refused;
+}
+
 }  // namespace
 
+// A decode that failed for want of a picture to write into says so.
 bool ReadPicture(PNGReader& r) {
   if (!Admit(r, ReaderCall::kReadPicture)) return Report(r, false);
-  return Report(r, Decode(r));
+  const bool decoded = Decode(r);
+  if (!decoded && HostRefusesPictures()) {
+    QueueError(r.events, "The host's pictures cannot be written to.");
+  }
+  return Report(r, decoded);
 }

@@ -14,7 +14,7 @@ std::vector<std::string> SuiteFiles() {
   std::vector<std::string> files;
   if (PngSuiteDir().empty()) return files;
   for (const auto& entry : std::filesystem::directory_iterator(PngSuiteDir())) {
-    if (entry.path().extension() == ".png") files.push_back(entry.path().filename());
+    if (entry.path().extension() == ".png") files.push_back(entry.path().filename().u8string());
   }
   std::sort(files.begin(), files.end());
   return files;

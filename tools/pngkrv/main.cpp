@@ -41,12 +41,22 @@ int Usage(const std::string& problem) {
 // What a profile keeps its pictures in.
 const char* PictureStorage(const emu::Profile& p) {
   if (p.app != emu::AppKind::Desktop) return "gd images";
-  return p.platform == emu::Platform::Linux ? "cairo image surfaces"
-                                            : "bitmap contexts (the macOS stand-in)";
+  switch (p.platform) {
+    case emu::Platform::Linux:
+      return "cairo image surfaces";
+    case emu::Platform::Mac:
+      return "bitmap contexts (the macOS stand-in)";
+    case emu::Platform::Windows:
+      return "premultiplied BGRA pixels";
+    case emu::Platform::WindowsGdiplus:
+      return "GDI+ bitmaps";
+  }
+  return "";
 }
 
 void PrintHelp() {
-  std::cout << kUsage << "\nhost profiles (default linux-desktop-2019.1) and their pictures:\n";
+  std::cout << kUsage << "\nhost profiles (default " << emu::DesktopProfileName("2019.1")
+            << ") and their pictures:\n";
   for (const emu::Profile& p : emu::BuiltInProfiles()) {
     std::cout << "  " << p.name << std::string(34 - std::min<size_t>(p.name.size(), 33), ' ')
               << PictureStorage(p) << "\n";
@@ -100,7 +110,7 @@ bool TakeOptions(std::vector<std::string>& args, const cli::Command& command, cl
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   cli::Options options;
-  options.profile = emu::FindProfile("linux-desktop-2019.1");
+  options.profile = emu::FindProfile(emu::DesktopProfileName("2019.1"));
   options.pluginPath = PNGKRV_PLUGIN_PATH;
   while (!args.empty() && args[0].rfind("--", 0) == 0) {
     if (args[0] == "--help") {
