@@ -78,6 +78,7 @@ REALmethodDefinition readerMethods[] = {
            kConsole),
     Method(Proc(rbReadsRGBTag), "ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
            kConsole),
+    Method(Proc(rbReadAlphaPicture), "ReadAlphaPicture() As Boolean", kConsoleSafeMark),
 };
 
 }  // namespace
@@ -178,6 +179,9 @@ REALmethodDefinition extensionMethods[] = {
            "SaveAs8BitAlphaPNGKRV(pic as picture, colors() as color, alphas() as integer, gamma "
            "as single, Interlace as Boolean, FilterType as integer) as boolean",
            kConsoleSafeMark),
+    Method(Proc(OpenAsAlphaPNGKRV), "OpenAsAlphaPNGKRV() As Picture", kConsoleSafeMark),
+    Method(Proc(SaveAsAlphaPNGKRV),
+           "SaveAsAlphaPNGKRV(pic As Picture, gamma As Single = 0.0) As Boolean", kConsoleSafeMark),
 };
 
 REALmethodDefinition globalMethods[] = {
@@ -205,6 +209,11 @@ REALmethodDefinition globalMethods[] = {
            "Boolean, FilterType as integer) as string",
            kConsoleSafeMark),
     Method(Proc(CgBIToPNGStringKRV), "CgBIToPNGStringKRV(data as string) as string", kConsole),
+    Method(Proc(PNGStringToAlphaPictureKRV),
+           "PNGStringToAlphaPictureKRV(data As String) As Picture", kConsoleSafeMark),
+    Method(Proc(AlphaPictureToPNGStringKRV),
+           "AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
+           kConsoleSafeMark),
 };
 
 }  // namespace

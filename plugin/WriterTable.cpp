@@ -62,6 +62,8 @@ REALmethodDefinition writerMethods[] = {
     Method(Proc(rbLoadRows), "SetRows(rows() as memoryblock) as boolean", kConsoleSafeMark),
     Method(Proc(rbLoadPalettePicture), "SetPalettePicture(pict as picture) as boolean",
            kConsoleSafeMark),
+    Method(Proc(rbLoadAlphaPicture), "SetAlphaPicture(pict As Picture) As Boolean",
+           kConsoleSafeMark),
 };
 
 REALconstant writerConstants[] = {

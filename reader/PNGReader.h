@@ -96,6 +96,9 @@ bool ReadRGBbyBlock(PNGReader& r);
 bool ReadRGBAbyRow(PNGReader& r);
 bool ReadRGBAbyBlock(PNGReader& r);
 bool ReadPicture(PNGReader& r);
+// The whole image into one picture with an alpha channel (Pict; Mask nil): colour and alpha as
+// the host keeps them in such a picture. Hosts without such pictures get an Error event.
+bool ReadAlphaPicture(PNGReader& r);
 
 // libpng callbacks.
 void ReadFunction(png_structp png, png_bytep buffer, png_size_t length);
@@ -121,6 +124,7 @@ RBBoolean rbReadICCProfile(REALobject instance, REALstring* name, RBInteger* com
                            REALstring* profile);
 RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent);
 RBBoolean rbReadPicture(REALobject instance);
+RBBoolean rbReadAlphaPicture(REALobject instance);
 RBBoolean rbOpenSpecialData(REALobject instance, REALstring data);
 REALpicture rbCombinePictureWithMask(REALobject instance);
 RBBoolean GetAllowDamaged(REALobject instance, RBInteger param);

@@ -129,6 +129,11 @@ RBBoolean rbReadPicture(REALobject instance) {
   return d ? ReadPicture(d->reader) : false;
 }
 
+RBBoolean rbReadAlphaPicture(REALobject instance) {
+  PNGReaderData* d = Data(instance);
+  return d ? ReadAlphaPicture(d->reader) : false;
+}
+
 REALpicture rbCombinePictureWithMask(REALobject instance) {
   PNGReaderData* d = Data(instance);
   if (d == nullptr) return nullptr;

@@ -9,6 +9,7 @@
 // are the picture's words, where the picture's format allows, and is read straight into it.
 #include <stdlib.h>
 
+#include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "reader/PNGReader.h"
 
@@ -24,6 +25,7 @@ enum class Rows { kRGBA, kRGB, kIndices, kWords };
 struct Conversion {
   Rows rows = Rows::kRGBA;
   bool swap = false;
+  bool alpha = false;    // into a picture with an alpha channel, which takes no mask
   FilledRowOrder order;  // of kWords
   uint32_t colours[kPaletteEntries] = {};
   uint32_t masks[kPaletteEntries] = {};
@@ -70,7 +72,8 @@ void StartPendingRows(PNGReader& r, const Conversion& c) {
 }
 
 // Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
-// image with alpha 255 − alpha into the mask: black shows, white hides.
+// image with alpha 255 − alpha into the mask: black shows, white hides. A picture with an alpha
+// channel takes colour and alpha alike.
 void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, PictureWriter& pict,
                 PictureWriter* mask) {
   if (c.rows == Rows::kIndices) {
@@ -83,6 +86,8 @@ void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, 
   }
   if (c.rows == Rows::kRGB) {
     pict.StoreRGBRow(row, width, c.swap);
+  } else if (c.alpha) {
+    pict.StoreRGBARow(row, width, c.swap);
   } else if (mask) {
     pict.StoreColourAndMaskRow(row, width, c.swap, *mask);
   } else {
@@ -111,7 +116,11 @@ void ReadPalette(const PNGReader& r, unsigned char (&rgba)[kPaletteEntries * 4])
 void BuildColourTable(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
   unsigned char rgba[kPaletteEntries * 4];
   ReadPalette(r, rgba);
-  pict.ColourWords(rgba, kPaletteEntries, c.swap, c.colours);
+  if (c.alpha) {
+    pict.RGBAWords(rgba, kPaletteEntries, c.swap, c.colours);
+  } else {
+    pict.ColourWords(rgba, kPaletteEntries, c.swap, c.colours);
+  }
 }
 
 void BuildMaskTable(const PNGReader& r, Conversion& c, const PictureWriter& mask) {
@@ -125,11 +134,13 @@ void Replace(REALpicture& field, REALpicture picture) {
   field = picture;
 }
 
-// A writer of the image's size, which the decoders may fill without bounds checks per pixel.
-bool SetUpWriter(PictureWriter& writer, const PNGReader& r) {
-  return r.width <= INT32_MAX && r.height <= INT32_MAX &&
-         writer.NewPictureWriter(static_cast<int>(r.width), static_cast<int>(r.height)) &&
-         writer.width >= r.width && writer.height >= r.height;
+// A writer of the image's size, which the decoders may fill without bounds checks per pixel; on
+// a picture with an alpha channel with `alpha`.
+bool SetUpWriter(PictureWriter& writer, const PNGReader& r, bool alpha = false) {
+  if (r.width > INT32_MAX || r.height > INT32_MAX) return false;
+  const int w = static_cast<int>(r.width), h = static_cast<int>(r.height);
+  const bool made = alpha ? writer.NewAlphaPictureWriter(w, h) : writer.NewPictureWriter(w, h);
+  return made && writer.width >= r.width && writer.height >= r.height;
 }
 
 bool StartPendingRowsAt(PNGReader& r, const Conversion& c) {
@@ -337,6 +348,35 @@ bool ReadRGBAbyBlock(PNGReader& r) {
     // No picture holds a whole image; the mask holds nothing that was decoded.
     Replace(r.pict, nullptr);
     Replace(r.mask, mask.RenderPictureWriter());
+  }
+  return r.pict != nullptr;
+}
+
+bool ReadAlphaPicture(PNGReader& r) {
+  Replace(r.mask, nullptr);
+  Replace(r.pict, nullptr);
+  if (!Decodable(r)) return false;
+  if (!HostHasAlphaPictures()) {
+    RaiseMessageEvent(r.errorHook, r.owner, kNoAlphaPictures);
+    return false;
+  }
+  Conversion c = ConversionFor(r);
+  c.alpha = true;
+  PictureWriter pict;
+  if (!SetUpWriter(pict, r, true)) return false;
+  if (r.passes == 1) {
+    unsigned char* row = AllocateRow(r, c);
+    if (row == nullptr) return false;
+    if (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged) {
+      Replace(r.pict, pict.RenderPictureWriter());
+    }
+    free(row);
+    return r.pict != nullptr;
+  }
+  WholeImage image;
+  if (AllocateImage(r, c, image) && DecodeImage(r, c, image.rows)) {
+    ConvertImage(r, image, c, pict, nullptr);
+    Replace(r.pict, pict.RenderPictureWriter());
   }
   return r.pict != nullptr;
 }

@@ -88,6 +88,8 @@ bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mas
 bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask);
 bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict);
 bool LoadRows(PNGWriter& w, REALarray rows);
+// Straight RGBA rows of a picture with an alpha channel; opaque RGB rows of any other picture.
+bool LoadAlphaPictureToRowPointers(PNGWriter& w, REALpicture pict);
 void ReleaseRows(PNGWriter& w);
 
 // libpng callbacks.
@@ -122,3 +124,4 @@ RBBoolean rbLoadRGBPicture(REALobject instance, REALpicture pict, REALpicture ma
 RBBoolean rbLoadGrayPicture(REALobject instance, REALpicture pict, REALpicture mask);
 RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict);
 RBBoolean rbLoadRows(REALobject instance, REALarray rows);
+RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict);

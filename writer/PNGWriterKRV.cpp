@@ -128,6 +128,11 @@ RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict) {
   return w ? LoadPalettePictureToRowPointers(*w, pict) : false;
 }
 
+RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict) {
+  PNGWriter* w = Data(instance);
+  return w ? LoadAlphaPictureToRowPointers(*w, pict) : false;
+}
+
 RBBoolean rbLoadRows(REALobject instance, REALarray rows) {
   PNGWriter* w = Data(instance);
   return w ? LoadRows(*w, rows) : false;
