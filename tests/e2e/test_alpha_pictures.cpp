@@ -258,5 +258,35 @@ TEST_F(AlphaPictures, PngSuiteBothWays) {
   EXPECT_EQ(tested, 28u);
 }
 
+// The tool's alpha routes write what user code reads back from the picture, and save what the
+// one-call saver writes; PAM input is saved from a picture the host makes.
+TEST_F(AlphaPictures, Tool) {
+  if (!FullServiceHost()) GTEST_SKIP() << "one profile of each application kind";
+  const TempFile out({});
+  const std::string host = "--host " + Profile().name + " ";
+  for (const Bytes& png :
+       {samples::Encode(PixelImage()), samples::Encode(samples::Pattern(9, 7, 16, 4, true))}) {
+    const TempFile in(png);
+    const emu::Value picture = AlphaPicture(png);
+    for (const char* route : {"alpha-string", "alpha-file", "alpha-reader --gamma -1"}) {
+      const ToolRun run = RunTool(host + "decode --via " + route + " " + in.path + " " + out.path);
+      ASSERT_EQ(run.status, 0) << route << ": " << run.output;
+      uint32_t w = 0, h = 0;
+      Bytes pam;
+      ASSERT_TRUE(samples::DecodePAM(samples::ReadFile(out.path), &w, &h, &pam));
+      EXPECT_EQ(pam, Rgba(picture)) << route;
+    }
+    for (const char* form : {"", "--file --gamma 0.5"}) {
+      const ToolRun run = RunTool(host + "save --alpha " + form + " " + in.path + " " + out.path);
+      ASSERT_EQ(run.status, 0) << form << ": " << run.output;
+      EXPECT_EQ(Decoded(samples::ReadFile(out.path)), Decoded(Saved(picture))) << form;
+    }
+  }
+  const TempFile pam(samples::EncodePAM(5, 1, kPixels));
+  ASSERT_EQ(RunTool(host + "save --alpha " + pam.path + " " + out.path).status, 0);
+  const Bytes saved = Decoded(samples::ReadFile(out.path));
+  EXPECT_TRUE(Matches(kPixels, saved, AlphaStorages()[0].kind));
+}
+
 }  // namespace
 }  // namespace e2e
