@@ -7,6 +7,8 @@
 
 #include <stdexcept>
 
+#include "writer/ParallelDeflate.h"
+
 namespace bench {
 
 namespace {
@@ -101,6 +103,18 @@ bool EncodeInto(const Image& image, int channels, png_bytepp rows, Bytes& out) {
   return true;
 }
 
+// The rows the plug-in's picture loader makes: RGB, or RGBA with the alpha of the mask.
+void LoaderRows(const Image& image, int channels, Bytes& pixels, std::vector<png_bytep>& rows) {
+  pixels.resize(size_t{image.width} * image.height * channels);
+  rows.resize(image.height);
+  for (size_t i = 0, o = 0; i < image.rgba.size(); i += 4, o += channels) {
+    memcpy(&pixels[o], &image.rgba[i], channels);
+  }
+  for (uint32_t y = 0; y < image.height; ++y) {
+    rows[y] = &pixels[size_t{y} * image.width * channels];
+  }
+}
+
 }  // namespace
 
 size_t BareDecode(const Bytes& png, Bytes& rgba) {
@@ -118,21 +132,45 @@ size_t BareRows(const Bytes& png) {
   return count;
 }
 
-size_t BareEncode(const Image& image, bool alpha) {
-  // The rows the plug-in's picture loader makes: RGB, or RGBA with the alpha of the mask.
+size_t BareEncode(const Image& image, bool alpha, Bytes* stream) {
   const int channels = alpha ? 4 : 3;
-  Bytes pixels(size_t{image.width} * image.height * channels);
-  std::vector<png_bytep> rows(image.height);
-  for (size_t i = 0, o = 0; i < image.rgba.size(); i += 4, o += channels) {
-    memcpy(&pixels[o], &image.rgba[i], channels);
-  }
-  for (uint32_t y = 0; y < image.height; ++y) {
-    rows[y] = &pixels[size_t{y} * image.width * channels];
-  }
+  Bytes pixels;
+  std::vector<png_bytep> rows;
+  LoaderRows(image, channels, pixels, rows);
   Bytes out;
   out.reserve(8 << 20);
   if (!EncodeInto(image, channels, rows.data(), out)) {
     throw std::runtime_error("libpng failed to encode");
+  }
+  if (stream) *stream = out;
+  return out.size();
+}
+
+size_t IdatBytes(const Bytes& png) {
+  size_t total = 0;
+  for (size_t at = 8; at + 12 <= png.size();) {
+    const size_t length =
+        size_t{png[at]} << 24 | png[at + 1] << 16 | png[at + 2] << 8 | png[at + 3];
+    if (memcmp(&png[at + 4], "IDAT", 4) == 0) total += length;
+    at += length + 12;
+  }
+  return total;
+}
+
+size_t EngineEncode(const Image& image, bool alpha, int threads) {
+  const int channels = alpha ? 4 : 3;
+  Bytes pixels;
+  std::vector<png_bytep> rows;
+  LoaderRows(image, channels, pixels, rows);
+  Bytes filtered, out;
+  pdeflate::Settings settings;
+  settings.strategy = Z_FILTERED;  // libpng's choice when the rows are filtered
+  settings.threads = threads;
+  if (!pdeflate::FilterRows(rows.data(), rows.size(), size_t{image.width} * channels,
+                            static_cast<unsigned>(channels), pdeflate::kAllFilters, threads,
+                            filtered) ||
+      !pdeflate::Compress(filtered.data(), filtered.size(), settings, out)) {
+    throw std::runtime_error("the engine failed to encode");
   }
   return out.size();
 }

@@ -14,8 +14,15 @@ size_t BareDecode(const Bytes& png, Bytes& rgba);
 size_t BareRows(const Bytes& png);
 
 // RGB or RGBA rows written with the plug-in's settings (8 bits, default filters and level, a
-// gAMA chunk of 1/1.8) into memory. Returns the stream's size.
-size_t BareEncode(const Image& image, bool alpha);
+// gAMA chunk of 1/1.8) into memory, kept in `stream` when given. Returns the stream's size.
+size_t BareEncode(const Image& image, bool alpha, Bytes* stream = nullptr);
+
+// The size of the IDAT data of a PNG stream.
+size_t IdatBytes(const Bytes& png);
+
+// The same rows as BareEncode filtered and compressed by the parallel deflate engine on
+// `threads` threads (0: one a core) at libpng's default settings. Returns the zlib stream's size.
+size_t EngineEncode(const Image& image, bool alpha, int threads);
 
 size_t SpngDecode(const Bytes& png, Bytes& rgba);
 size_t StbDecode(const Bytes& png);

@@ -2,9 +2,14 @@
 
 #include <math.h>
 #include <png.h>
+#include <string.h>
 
 #include <algorithm>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
+
+#include "bench/Bare.h"
 
 namespace bench {
 
@@ -204,6 +209,7 @@ Image MakeImage(const Recipe& recipe) {
   image.colorType = recipe.colorType;
   image.interlaced = recipe.interlaced;
   image.name = recipe.Name();
+  image.alpha = recipe.colorType == 6 || recipe.content == Content::kSprites;
   const bool sprites = recipe.content == Content::kSprites;
   if (sprites) {
     PaintSprites(image);
@@ -226,6 +232,50 @@ std::vector<Recipe> CorpusRecipes(const std::vector<int>& sizes) {
   recipes.push_back({mp, 6, false, Content::kSprites});
   recipes.push_back({mp, 3, false, Content::kSprites});
   return recipes;
+}
+
+std::vector<Listed> ReadList(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  std::vector<Listed> listed;
+  std::string line;
+  while (std::getline(file, line)) {
+    std::istringstream fields(line);
+    Listed item;
+    if (!(fields >> item.name) || item.name[0] == '#') continue;
+    if (!(fields >> item.kind >> item.package >> item.path)) {
+      throw std::runtime_error("incomplete line in " + path + ": " + line);
+    }
+    listed.push_back(item);
+  }
+  return listed;
+}
+
+Image LoadImage(const std::string& name, const std::string& kind, const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  Image image;
+  image.name = name;
+  image.kind = kind;
+  image.png.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  const Bytes& p = image.png;
+  if (p.size() < 33 || memcmp(p.data() + 12, "IHDR", 4) != 0) {
+    throw std::runtime_error("not a PNG file: " + file);
+  }
+  auto word = [&p](size_t at) {
+    return uint32_t{p[at]} << 24 | uint32_t{p[at + 1]} << 16 | uint32_t{p[at + 2]} << 8 | p[at + 3];
+  };
+  image.width = word(16);
+  image.height = word(20);
+  image.colorType = p[25];
+  image.interlaced = p[28] != 0;
+  image.alpha = (image.colorType & PNG_COLOR_MASK_ALPHA) != 0;
+  // A transparency chunk comes before the first IDAT.
+  for (size_t at = 8; at + 8 <= p.size() && memcmp(&p[at + 4], "IDAT", 4) != 0;
+       at += size_t{word(at)} + 12) {
+    if (memcmp(&p[at + 4], "tRNS", 4) == 0) image.alpha = true;
+  }
+  BareDecode(image.png, image.rgba);
+  return image;
 }
 
 }  // namespace bench

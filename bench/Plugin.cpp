@@ -62,7 +62,7 @@ std::pair<emu::Value, emu::Value> Plugin::Pictures(const Image& image) {
     colors[i + 3] = 255;
   }
   emu::Value picture = host_.MakePicture(image.width, image.height, Text(colors));
-  if (image.colorType != 6) return {picture, emu::Value()};
+  if (!image.alpha) return {picture, emu::Value()};
   return {picture, host_.MakePicture(image.width, image.height, Text(mask))};
 }
 

@@ -1,6 +1,7 @@
 // The plug-in against bare libpng, side by side in one run: decode, rows and encode over a corpus
-// made at start, with ratios plug-in / libpng, and the peak memory of single decodes and encodes
-// measured in processes of their own.
+// made at start and real images taken from Debian packages (corpus.list), with ratios plug-in /
+// libpng by image and by class of real image, the parallel deflate engine against libpng's
+// encoder, and the peak memory of single decodes and encodes measured in processes of their own.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <spawn.h>
@@ -17,13 +18,15 @@
 
 #include "bench/Bare.h"
 #include "bench/Plugin.h"
+#include "writer/ParallelDeflate.h"
 
 extern char** environ;
 
 namespace bench {
 namespace {
 
-// Median CPU time in nanoseconds of every benchmark, by name.
+// Median CPU time of the benchmark's thread and median wall time in milliseconds of every
+// benchmark, by name.
 class Collector : public benchmark::ConsoleReporter {
  public:
   Collector() : ConsoleReporter(OO_None) {}
@@ -35,11 +38,13 @@ class Collector : public benchmark::ConsoleReporter {
     for (const Run& run : runs) {
       if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
         medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
+        wall[run.run_name.function_name] = run.GetAdjustedRealTime();
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
   std::map<std::string, double> medians;
+  std::map<std::string, double> wall;
 };
 
 void Register(const std::string& name, std::function<size_t()> work) {
@@ -79,10 +84,11 @@ void RegisterImage(const Image& image, Plugin& plugin) {
   if (image.interlaced) return;
   Register("rows/bare" + n, [&image] { return BareRows(image.png); });
   Register("rows/plugin" + n, [&plugin, png] { return plugin.ReadRows(*png); });
-  if (image.colorType == 3) return;
   auto pictures = std::make_shared<std::pair<emu::Value, emu::Value>>(plugin.Pictures(image));
-  const bool alpha = image.colorType == 6;
+  const bool alpha = image.alpha;
   Register("encode/bare" + n, [&image, alpha] { return BareEncode(image, alpha); });
+  Register("encode/engine" + n, [&image, alpha] { return EngineEncode(image, alpha, 0); });
+  Register("encode/engine1" + n, [&image, alpha] { return EngineEncode(image, alpha, 1); });
   Register("encode/string" + n,
            [&plugin, pictures] { return plugin.EncodeString(pictures->first, pictures->second); });
   Register("encode/writer" + n,
@@ -125,11 +131,19 @@ std::string Fixed(double v) {
 using Medians = std::map<std::string, double>;
 using Groups = std::map<std::string, std::vector<double>>;
 
+// The group of an image's decode ratios: a made image's by its colour type and interlace, a real
+// image's by its class.
 std::string KindOf(const Image& image) {
+  if (!image.kind.empty()) return "real " + image.kind;
   return image.interlaced       ? "decode interlaced"
          : image.colorType == 6 ? "decode plain RGBA"
          : image.colorType == 2 ? "decode plain RGB"
                                 : "decode palette";
+}
+
+// The prefix of a real image's other groups, which are kept apart from the made images'.
+std::string Prefix(const Image& image) {
+  return image.kind.empty() ? "" : "real ";
 }
 
 // The ratio table of the run that decoded every image in one process, one line an image.
@@ -153,10 +167,10 @@ void PrintWarm(const std::vector<Image>& corpus, const Medians& t, Groups& group
            Fixed(encodeString).c_str(), Fixed(encodeWriter).c_str());
     groups[KindOf(image)].push_back(decodeString);
     groups[KindOf(image)].push_back(decodeReader);
-    groups["reader / string"].push_back(readerString);
-    groups["rows"].push_back(rows);
-    groups["encode"].push_back(encodeString);
-    groups["encode"].push_back(encodeWriter);
+    groups[Prefix(image) + "reader / string"].push_back(readerString);
+    groups[Prefix(image) + "rows"].push_back(rows);
+    groups[Prefix(image) + "encode"].push_back(encodeString);
+    groups[Prefix(image) + "encode"].push_back(encodeWriter);
   }
 }
 
@@ -174,7 +188,65 @@ void PrintFresh(const std::vector<Image>& corpus, const Medians& t, Groups& grou
            Fixed(readerString).c_str());
     groups[KindOf(image)].push_back(Ratio(t, "decode/string" + n, "decode/bare" + n));
     groups[KindOf(image)].push_back(Ratio(t, "decode/reader" + n, "decode/bare" + n));
-    groups["reader / string"].push_back(readerString);
+    groups[Prefix(image) + "reader / string"].push_back(readerString);
+  }
+}
+
+// The parallel deflate engine against libpng's encoder, image by image: its time on every core
+// and on one against libpng's, the speed-up, and its stream's size against libpng's IDAT data.
+// Wall time, as the engine's work is spread over threads that the CPU time of the benchmark's own
+// thread does not see.
+void PrintEngine(const std::vector<Image>& corpus, const Medians& t, Groups& groups) {
+  printf("\nparallel deflate engine on %d threads against libpng's encoder, wall time\n",
+         pdeflate::ThreadCount(0));
+  printf("%-22s %8s %8s %8s %8s %8s\n", "image", "bare ms", "engine", "1 thread", "speed-up",
+         "size");
+  for (const Image& image : corpus) {
+    const std::string n = "/" + image.name;
+    if (!t.count("encode/engine" + n)) continue;
+    Bytes stream;
+    BareEncode(image, image.alpha, &stream);
+    const double size = double(EngineEncode(image, image.alpha, 0)) / IdatBytes(stream);
+    const double engine = Ratio(t, "encode/engine" + n, "encode/bare" + n);
+    const double one = Ratio(t, "encode/engine1" + n, "encode/bare" + n);
+    printf("%-22s %8.2f %8s %8s %8s %8s\n", image.name.c_str(), t.at("encode/bare" + n),
+           Fixed(engine).c_str(), Fixed(one).c_str(), Fixed(engine > 0 ? 1 / engine : 0).c_str(),
+           Fixed(size).c_str());
+    groups[Prefix(image) + "engine / bare"].push_back(engine);
+    groups[Prefix(image) + "engine size / libpng"].push_back(size);
+  }
+}
+
+// The real images by class: for each route the median, over the class's images, of the ratio to
+// bare libpng (rd/str: the reader against the one-call route).
+void PrintClasses(const std::vector<Image>& corpus, const Medians& t) {
+  const struct {
+    const char* title;
+    const char* measured;
+    const char* against;
+  } kRoutes[] = {
+      {"string", "decode/string", "decode/bare"},   {"reader", "decode/reader", "decode/bare"},
+      {"rd/str", "decode/reader", "decode/string"}, {"rows", "rows/plugin", "rows/bare"},
+      {"enc str", "encode/string", "encode/bare"},  {"enc wrt", "encode/writer", "encode/bare"}};
+  std::map<std::string, std::map<std::string, std::vector<double>>> classes;
+  std::map<std::string, int> counts;
+  for (const Image& image : corpus) {
+    if (image.kind.empty()) continue;
+    ++counts[image.kind];
+    const std::string n = "/" + image.name;
+    for (const auto& route : kRoutes) {
+      classes[image.kind][route.title].push_back(Ratio(t, route.measured + n, route.against + n));
+    }
+  }
+  if (classes.empty()) return;
+  printf("\nreal images by class, warm heap: median ratio over the class's images\n");
+  printf("%-14s %6s", "class", "images");
+  for (const auto& route : kRoutes) printf(" %8s", route.title);
+  printf("\n");
+  for (const auto& [kind, routes] : classes) {
+    printf("%-14s %6d", kind.c_str(), counts[kind]);
+    for (const auto& route : kRoutes) printf(" %8s", Fixed(Median(routes.at(route.title))).c_str());
+    printf("\n");
   }
 }
 
@@ -186,15 +258,24 @@ void PrintTargets(const Groups& warm, const Groups& fresh) {
                                                  {"decode interlaced", 1.10},
                                                  {"rows", 1.02},
                                                  {"encode", 1.00},
-                                                 {"reader / string", 1.03}};
-  printf("\n%-20s %8s %8s %8s %8s\n", "ratio (warm)", "median", "worst", "fresh", "target");
+                                                 {"reader / string", 1.03},
+                                                 {"real photo", 1.00},
+                                                 {"real sprites", 1.10},
+                                                 {"real palette-trns", 1.00},
+                                                 {"real palette", 1.00},
+                                                 {"real rows", 1.02},
+                                                 {"real encode", 1.02},
+                                                 {"real reader / string", 1.03},
+                                                 {"real engine / bare", 1 / 1.8},
+                                                 {"real engine size / libpng", 1.01}};
+  printf("\n%-26s %8s %8s %8s %8s\n", "ratio (warm)", "median", "worst", "fresh", "target");
   for (const auto& [kind, values] : warm) {
     auto target = targets.find(kind);
     auto other = fresh.find(kind);
     std::vector<double> measured = values;
     measured.erase(std::remove(measured.begin(), measured.end(), 0.0), measured.end());
     const double worst = measured.empty() ? 0 : *std::max_element(measured.begin(), measured.end());
-    printf("%-20s %8s %8s %8s %8s\n", kind.c_str(), Fixed(Median(values)).c_str(),
+    printf("%-26s %8s %8s %8s %8s\n", kind.c_str(), Fixed(Median(values)).c_str(),
            Fixed(worst).c_str(), other == fresh.end() ? "-" : Fixed(Median(other->second)).c_str(),
            target == targets.end() ? "-" : Fixed(target->second).c_str());
   }
@@ -213,9 +294,13 @@ long StatusKiB(const char* key) {
   return -1;
 }
 
-// In the child: the peak resident size that one operation adds, in bytes.
-int MeasurePeak(const std::string& what, int megapixels) {
-  Image image = MakeImage(Recipe{megapixels, 6, what == "decode-adam7"});
+// In the child: the peak resident size that one operation adds, in bytes. `source` is the
+// megapixels of a made RGBA image or the file of a real one; `what` one of "decode" (the one-call
+// route), "decode-adam7" (the same, of an interlaced made image), "reader", "rows" and "encode".
+int MeasurePeak(const std::string& what, const std::string& source) {
+  Image image = source.find_first_not_of("0123456789") == std::string::npos
+                    ? MakeImage(Recipe{std::stoi(source), 6, what == "decode-adam7"})
+                    : LoadImage(source, "", source);
   Plugin plugin;
   emu::Value png = plugin.String(image.png);
   auto pictures = plugin.Pictures(image);
@@ -227,6 +312,10 @@ int MeasurePeak(const std::string& what, int megapixels) {
   const long before = StatusKiB("VmRSS:");
   if (what == "encode") {
     plugin.EncodeString(pictures.first, pictures.second);
+  } else if (what == "reader") {
+    plugin.ReadPicture(png);
+  } else if (what == "rows") {
+    plugin.ReadRows(png);
   } else {
     plugin.DecodeString(png);
   }
@@ -318,39 +407,93 @@ void PrintPeaks(const std::vector<int>& sizes) {
   }
 }
 
-std::vector<int> Sizes(int& argc, char** argv) {
-  std::vector<int> sizes = {1, 4, 16};
-  for (int i = 1; i < argc; ++i) {
-    if (strncmp(argv[i], "--sizes=", 8) == 0) {
-      sizes.clear();
-      std::stringstream list(argv[i] + 8);
-      std::string item;
-      while (std::getline(list, item, ',')) sizes.push_back(std::stoi(item));
-      std::copy(argv + i + 1, argv + argc, argv + i);
-      --argc;
-      break;
+// Peak memory of each route for each real image, beyond what the decode returns: the host
+// picture (4 bytes a pixel) and, for an image with transparency, its mask (as many). The row
+// route returns nothing; an encode is measured from pictures that exist already.
+void PrintRealPeaks(const std::vector<Image>& corpus, const std::string& dir) {
+  bool any = false;
+  for (const Image& image : corpus) {
+    if (image.kind.empty()) continue;
+    if (!any) {
+      printf("\n%-18s %-7s %12s %12s %12s %10s %12s\n", "peak memory", "route", "peak", "returned",
+             "beyond", "% picture", "bound");
+      any = true;
+    }
+    const double pixels = double(image.width) * image.height;
+    const double picture = pixels * 4 * (image.alpha ? 2 : 1);
+    for (const char* route : {"decode", "reader", "rows", "encode"}) {
+      const std::string out = RunChild({"--peak", route, dir + "/" + image.name + ".png"});
+      const long peak = out.empty() ? -1 : std::stol(out);
+      const bool decode = std::string(route) == "decode" || std::string(route) == "reader";
+      const double returned = decode ? picture : 0;
+      // Row routes hold at most a tenth of the picture and 1 MiB; an interlaced image one image.
+      const double bound = image.interlaced ? pixels * 4 + 1048576.0 : 0.1 * pixels * 4 + 1048576.0;
+      const std::string limit = std::to_string(static_cast<long>(bound));
+      printf("%-18s %-7s %12ld %12.0f %12.0f %10.1f %12s\n", image.name.c_str(), route, peak,
+             returned, peak - returned, 100 * (peak - returned) / (pixels * 4),
+             std::string(route) == "encode" ? "-" : limit.c_str());
     }
   }
-  return sizes;
+  if (any) printf("(bytes; %% picture: beyond / (4 bytes a pixel))\n");
+}
+
+struct Options {
+  std::vector<int> sizes = {1, 4, 16};
+  std::string corpus;  // the folder of the real images, none when empty
+  bool realOnly = false;
+};
+
+// Takes this program's own options out of argv, leaving Google Benchmark's.
+Options ParseOptions(int& argc, char** argv) {
+  Options options;
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    if (strncmp(argv[i], "--sizes=", 8) == 0) {
+      options.sizes.clear();
+      std::stringstream list(argv[i] + 8);
+      std::string item;
+      while (std::getline(list, item, ',')) options.sizes.push_back(std::stoi(item));
+    } else if (strncmp(argv[i], "--corpus=", 9) == 0) {
+      options.corpus = argv[i] + 9;
+    } else if (strcmp(argv[i], "--real-only") == 0) {
+      options.realOnly = true;
+    } else {
+      argv[kept++] = argv[i];
+    }
+  }
+  argc = kept;
+  return options;
 }
 
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  if (argc == 4 && strcmp(argv[1], "--peak") == 0) {
-    return bench::MeasurePeak(argv[2], atoi(argv[3]));
-  }
+  if (argc == 4 && strcmp(argv[1], "--peak") == 0) return bench::MeasurePeak(argv[2], argv[3]);
   if (argc == 4 && strcmp(argv[1], "--fresh") == 0) {
     int none = 1;
     benchmark::Initialize(&none, argv);
     return bench::MeasureFresh(argv[2], argv[3]);
   }
-  const std::vector<int> sizes = bench::Sizes(argc, argv);
-  benchmark::Initialize(&argc, argv);
+  const bench::Options options = bench::ParseOptions(argc, argv);
+  // Every benchmark's repetitions interleaved with the others', in random order, so that a
+  // change in the machine's load falls on plug-in and libpng alike; options given win.
+  std::vector<char*> args = {argv[0],
+                             const_cast<char*>("--benchmark_enable_random_interleaving=true")};
+  args.insert(args.end(), argv + 1, argv + argc);
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
   std::vector<bench::Image> corpus;
-  for (const bench::Recipe& recipe : bench::CorpusRecipes(sizes))
-    corpus.push_back(MakeImage(recipe));
+  if (!options.realOnly) {
+    for (const bench::Recipe& recipe : bench::CorpusRecipes(options.sizes))
+      corpus.push_back(MakeImage(recipe));
+  }
+  if (!options.corpus.empty()) {
+    for (const bench::Listed& item : bench::ReadList(PNGKRV_BENCH_LIST)) {
+      corpus.push_back(
+          bench::LoadImage(item.name, item.kind, options.corpus + "/" + item.name + ".png"));
+    }
+  }
   bench::Plugin plugin;
   bench::WarmUp(corpus, plugin);
   for (const bench::Image& image : corpus) bench::RegisterImage(image, plugin);
@@ -359,7 +502,10 @@ int main(int argc, char** argv) {
   bench::Groups warm, fresh;
   bench::PrintWarm(corpus, collector.medians, warm);
   bench::PrintFresh(corpus, bench::MeasureAllFresh(corpus, collector.medians), fresh);
+  bench::PrintEngine(corpus, collector.wall, warm);
+  bench::PrintClasses(corpus, collector.medians);
   bench::PrintTargets(warm, fresh);
-  bench::PrintPeaks(sizes);
+  if (!options.realOnly) bench::PrintPeaks(options.sizes);
+  if (!options.corpus.empty()) bench::PrintRealPeaks(corpus, options.corpus);
   return 0;
 }

@@ -23,7 +23,10 @@ void Bind(void* library, Fn* fn, const char* name) {
 
 CairoApi Bound(void* library) {
   CairoApi c{};
+  Bind(library, &c.createImage, "cairo_image_surface_create");
   Bind(library, &c.createForData, "cairo_image_surface_create_for_data");
+  Bind(library, &c.imageData, "cairo_image_surface_get_data");
+  Bind(library, &c.imageStride, "cairo_image_surface_get_stride");
   Bind(library, &c.strideForWidth, "cairo_format_stride_for_width");
   Bind(library, &c.surfaceStatus, "cairo_surface_status");
   Bind(library, &c.surfaceDestroy, "cairo_surface_destroy");
@@ -38,6 +41,8 @@ CairoApi Bound(void* library) {
   Bind(library, &c.rectangle, "cairo_rectangle");
   Bind(library, &c.clip, "cairo_clip");
   Bind(library, &c.setSource, "cairo_set_source");
+  Bind(library, &c.setSourceSurface, "cairo_set_source_surface");
+  Bind(library, &c.setOperator, "cairo_set_operator");
   Bind(library, &c.createPattern, "cairo_pattern_create_for_surface");
   Bind(library, &c.setFilter, "cairo_pattern_set_filter");
   Bind(library, &c.setMatrix, "cairo_pattern_set_matrix");

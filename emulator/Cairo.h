@@ -9,7 +9,10 @@
 namespace emu {
 
 struct CairoApi {
+  decltype(&cairo_image_surface_create) createImage;
   decltype(&cairo_image_surface_create_for_data) createForData;
+  decltype(&cairo_image_surface_get_data) imageData;
+  decltype(&cairo_image_surface_get_stride) imageStride;
   decltype(&cairo_format_stride_for_width) strideForWidth;
   decltype(&cairo_surface_status) surfaceStatus;
   decltype(&cairo_surface_destroy) surfaceDestroy;
@@ -24,6 +27,8 @@ struct CairoApi {
   decltype(&cairo_rectangle) rectangle;
   decltype(&cairo_clip) clip;
   decltype(&cairo_set_source) setSource;
+  decltype(&cairo_set_source_surface) setSourceSurface;
+  decltype(&cairo_set_operator) setOperator;
   decltype(&cairo_pattern_create_for_surface) createPattern;
   decltype(&cairo_pattern_set_filter) setFilter;
   decltype(&cairo_pattern_set_matrix) setMatrix;

@@ -427,6 +427,10 @@ struct PictureCounts {
   long lockCalls = 0;    // REALLockPictureDescription calls, failed ones included
   long openLocks = 0;    // locks that no unlockPictureDescription has ended yet
   long clearCaches = 0;  // REALPictureClearCache calls
+  // Of the runs of locks on a cairo surface (from a first lock to the unlock that leaves none
+  // open): those during which the pixels changed, and of those the ones cairo was not told of.
+  long writtenLocks = 0;
+  long unmarkedWrites = 0;
 };
 
 // ---------------------------------------------------------------------------------------------

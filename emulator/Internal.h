@@ -128,6 +128,14 @@ struct Rgba {
   uint8_t r = 0, g = 0, b = 0, a = 0;
 };
 
+// What the unlock that ended the last open lock of a cairo surface found about the locks: the
+// plug-in must mark pixels it wrote dirty while they are locked.
+struct LocksEnded {
+  bool ended = false;    // this unlock ended them; the rest is meaningful only then
+  bool written = false;  // the pixels changed while locked
+  bool marked = false;   // cairo was told of a change (cairo_surface_mark_dirty)
+};
+
 // Where a picture's pixels live. A store made for an opaque picture reads every pixel as opaque
 // and keeps what it writes opaque.
 class PixelStore {
@@ -142,7 +150,7 @@ class PixelStore {
   // cairo context).
   virtual bool Describe(uint32_t type, REALpictureDescription& desc) = 0;
   // An unlock left `openLocks` locks open: what was made for the others is given up.
-  virtual void EndDescription(long /*openLocks*/) {}
+  virtual LocksEnded EndDescription(long /*openLocks*/) { return {}; }
   // The cairo surface of a cairo store, up to date with every pixel written; null for others.
   virtual cairo_surface_t* CairoSurface() { return nullptr; }
 };

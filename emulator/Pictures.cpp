@@ -91,6 +91,17 @@ RBBoolean LockDescription(REALpicture picture, REALpictureDescription* desc,
   });
 }
 
+// Records what the locks of a cairo surface did; pixels written behind cairo's back without the
+// mark are a fault, as cairo goes on showing what it had.
+void RecordLocks(Host::State& s, PictureObject& p, const LocksEnded& locks) {
+  if (!locks.ended || !locks.written) return;
+  ++p.counts.writtenLocks;
+  if (locks.marked) return;
+  ++p.counts.unmarkedWrites;
+  s.Fault("unlockPictureDescription: a picture made by " + p.creator +
+          " was written while locked without cairo_surface_mark_dirty");
+}
+
 void UnlockDescription(REALpicture picture) noexcept {
   GuardVoid("unlockPictureDescription", [&](Host::State& s) {
     PictureObject* p = LivePictureEntry(s, picture, "unlockPictureDescription");
@@ -99,7 +110,7 @@ void UnlockDescription(REALpicture picture) noexcept {
       return s.Fault("unlockPictureDescription: the picture's description is not locked");
     }
     --p->counts.openLocks;
-    if (p->store != nullptr) p->store->EndDescription(p->counts.openLocks);
+    if (p->store != nullptr) RecordLocks(s, *p, p->store->EndDescription(p->counts.openLocks));
   });
 }
 

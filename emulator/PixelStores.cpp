@@ -63,8 +63,17 @@ void CheckSize(size_t width, size_t height, uint64_t bytesPerPixel) {
 }
 
 // A cairo image surface over rows of our own, so that rows can be longer than the pixels: ARGB32
-// for pictures with alpha channel, RGB24 for the others. Pixels written here directly are told to
-// cairo before cairo next uses the surface; what cairo draws is flushed at once.
+// for pictures with alpha channel, RGB24 for the others. Pixels the host writes directly are told
+// to cairo before cairo next uses the surface. The host shows the pixels as cairo paints the
+// surface onto a surface of its own, and while the plug-in holds the picture locked, as they were
+// at the first lock.
+//
+// The locks hold the plug-in to cairo's rule for direct access: pixels written behind cairo's
+// back are marked dirty while the context is locked. At the first lock cairo is made to take the
+// surface for a clear one, as it takes a new surface, with its pixels kept; only a mark (or
+// cairo's own drawing) ends that. At the unlock that leaves no lock open, pixels that changed
+// while cairo still takes the surface for clear were written without the mark; cairo then paints
+// such a surface with alpha channel as blank, as a host shows a new picture written that way.
 class CairoStore : public PixelStore {
  public:
   CairoStore(size_t width, size_t height, size_t padding, bool alpha) : alpha_(alpha) {
@@ -80,9 +89,8 @@ class CairoStore : public PixelStore {
       std::memset(pixels_.get() + y * stride_ + width * 4, kPaddingByte, stride_ - width * 4);
     }
     const CairoApi& c = Cairo();
-    surface_ = c.createForData(pixels_.get(), alpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24,
-                               static_cast<int>(width), static_cast<int>(height),
-                               static_cast<int>(stride_));
+    surface_ = c.createForData(pixels_.get(), Format(), static_cast<int>(width),
+                               static_cast<int>(height), static_cast<int>(stride_));
     if (c.surfaceStatus(surface_) != CAIRO_STATUS_SUCCESS) {
       c.surfaceDestroy(surface_);
       throw std::bad_alloc();
@@ -91,14 +99,16 @@ class CairoStore : public PixelStore {
     height_ = height;
   }
   ~CairoStore() override {
-    EndDescription(0);
-    Cairo().surfaceDestroy(surface_);
+    const CairoApi& c = Cairo();
+    for (cairo_t* context : contexts_) c.destroy(context);
+    if (shown_ != nullptr) c.surfaceDestroy(shown_);
+    c.surfaceDestroy(surface_);
   }
   CairoStore(const CairoStore&) = delete;
   CairoStore& operator=(const CairoStore&) = delete;
 
   Rgba Get(size_t x, size_t y) const override {
-    const uint32_t word = WordAt(x, y);
+    const uint32_t word = ShownWord(x, y);
     Rgba p{static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 8),
            static_cast<uint8_t>(word), 255};
     if (!alpha_) return p;
@@ -109,38 +119,39 @@ class CairoStore : public PixelStore {
     return p;
   }
 
+  // The host's own writes go to the surface and, in step, to what it shows.
   void Put(size_t x, size_t y, Rgba p) override {
     const uint32_t word = Word(p);
-    std::memcpy(At(x, y), &word, 4);
-    dirty_ = true;
+    std::memcpy(At(pixels_.get(), stride_, x, y), &word, 4);
+    if (shown_ != nullptr) std::memcpy(At(shownData_, shownStride_, x, y), &word, 4);
+    Written();
   }
 
   // The first row pixel by pixel, the others copied from it: a block fill, as a host's painting of
   // a new surface is.
   void Fill(Rgba p) override {
-    const uint32_t word = Word(p);
-    unsigned char* first = At(0, 0);
-    for (size_t x = 0; x < width_; ++x) std::memcpy(first + 4 * x, &word, 4);
-    for (size_t y = 1; y < height_; ++y) std::memcpy(At(0, y), first, width_ * 4);
-    dirty_ = true;
+    FillRows(pixels_.get(), stride_, Word(p));
+    if (shown_ != nullptr) FillRows(shownData_, shownStride_, Word(p));
+    Written();
   }
 
   PictureRaw Raw() const override {
     PictureRaw raw;
     raw.format = alpha_ ? 9 : 10;
     raw.rowBytes = static_cast<RBInteger>(stride_);
-    raw.bytes.assign(reinterpret_cast<const char*>(pixels_.get()), stride_ * height_);
+    raw.bytes.assign(reinterpret_cast<const char*>(pixels_.get()), Bytes());
     return raw;
   }
 
   bool Describe(uint32_t type, REALpictureDescription& desc) override {
     if (type != pictureCairoContext) return false;
     const CairoApi& c = Cairo();
-    cairo_t* context = c.create(CairoSurface());
+    cairo_t* context = c.create(Surface());
     if (c.status(context) != CAIRO_STATUS_SUCCESS) {
       c.destroy(context);
       return false;
     }
+    if (contexts_.empty()) BeginLocks();
     contexts_.push_back(context);
     desc.pictureType = type;
     desc.pictureData = context;
@@ -151,26 +162,136 @@ class CairoStore : public PixelStore {
     return true;
   }
 
-  void EndDescription(long openLocks) override {
+  LocksEnded EndDescription(long openLocks) override {
+    if (contexts_.empty()) return {};
     while (!contexts_.empty() && static_cast<long>(contexts_.size()) > openLocks) {
       Cairo().destroy(contexts_.back());
       contexts_.pop_back();
     }
+    return contexts_.empty() ? EndLocks() : LocksEnded{};
   }
 
+  // cairo may draw into the surface: what the host shows is painted again.
   cairo_surface_t* CairoSurface() override {
-    if (dirty_) Cairo().markDirty(surface_);
-    dirty_ = false;
-    return surface_;
+    shownStale_ = true;
+    return Surface();
   }
 
  private:
-  unsigned char* At(size_t x, size_t y) const { return pixels_.get() + y * stride_ + x * 4; }
+  cairo_format_t Format() const { return alpha_ ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24; }
+  size_t Bytes() const { return stride_ * height_; }
 
-  uint32_t WordAt(size_t x, size_t y) const {
+  static unsigned char* At(unsigned char* rows, size_t stride, size_t x, size_t y) {
+    return rows + y * stride + x * 4;
+  }
+
+  void FillRows(unsigned char* rows, size_t stride, uint32_t word) {
+    unsigned char* first = At(rows, stride, 0, 0);
+    for (size_t x = 0; x < width_; ++x) std::memcpy(first + 4 * x, &word, 4);
+    for (size_t y = 1; y < height_; ++y) std::memcpy(At(rows, stride, 0, y), first, width_ * 4);
+  }
+
+  void Written() {
+    dirty_ = true;
+    shownDirty_ = shown_ != nullptr;
+  }
+
+  // The surface, told of the host's own writes. While the plug-in holds it locked the mark waits
+  // for the last unlock, so that it cannot pass for the plug-in's.
+  cairo_surface_t* Surface() const {
+    if (dirty_ && contexts_.empty()) {
+      Cairo().markDirty(surface_);
+      dirty_ = false;
+    }
+    return surface_;
+  }
+
+  // A clearing paint makes cairo take the surface for clear; the pixels are put back behind its
+  // back.
+  void BeginLocks() {
+    const CairoApi& c = Cairo();
+    atFirstLock_.assign(pixels_.get(), pixels_.get() + Bytes());
+    cairo_t* cr = c.create(surface_);
+    c.setOperator(cr, CAIRO_OPERATOR_CLEAR);
+    c.paint(cr);
+    c.destroy(cr);
+    c.flush(surface_);
+    std::memcpy(pixels_.get(), atFirstLock_.data(), Bytes());
+  }
+
+  LocksEnded EndLocks() {
+    LocksEnded ended;
+    ended.ended = true;
+    ended.written = std::memcmp(pixels_.get(), atFirstLock_.data(), Bytes()) != 0;
+    ended.marked = !TakenForClear();
+    // Unchanged pixels were never cleared for cairo: it is told they are there.
+    if (!ended.written) dirty_ = true;
+    std::vector<unsigned char>().swap(atFirstLock_);
+    shownStale_ = true;
+    return ended;
+  }
+
+  // cairo skips clearing a surface it takes for clear. The first pixel gets a marker that such a
+  // clearing would remove, and its own value back after.
+  bool TakenForClear() {
+    const CairoApi& c = Cairo();
+    uint32_t kept;
+    std::memcpy(&kept, pixels_.get(), 4);
+    const uint32_t marker = 0xA5A5A5A5u;
+    std::memcpy(pixels_.get(), &marker, 4);
+    cairo_t* cr = c.create(surface_);
+    c.rectangle(cr, 0, 0, 1, 1);
+    c.clip(cr);
+    c.setOperator(cr, CAIRO_OPERATOR_CLEAR);
+    c.paint(cr);
+    c.destroy(cr);
+    c.flush(surface_);
+    uint32_t after;
+    std::memcpy(&after, pixels_.get(), 4);
+    std::memcpy(pixels_.get(), &kept, 4);
+    const bool clear = after == marker;
+    if (!clear) dirty_ = true;
+    return clear;
+  }
+
+  // While locked, the pixel as it was at the first lock; otherwise as cairo paints it.
+  uint32_t ShownWord(size_t x, size_t y) const {
+    const unsigned char* at = nullptr;
+    if (!contexts_.empty()) {
+      at = atFirstLock_.data() + y * stride_ + x * 4;
+    } else {
+      if (shownStale_ || shown_ == nullptr) Paint();
+      at = shownData_ + y * shownStride_ + x * 4;
+    }
     uint32_t word;
-    std::memcpy(&word, At(x, y), 4);
+    std::memcpy(&word, at, 4);
     return word;
+  }
+
+  // Paints the surface onto the host's own, as a host draws a picture.
+  void Paint() const {
+    const CairoApi& c = Cairo();
+    if (shown_ == nullptr) {
+      cairo_surface_t* made =
+          c.createImage(Format(), static_cast<int>(width_), static_cast<int>(height_));
+      if (c.surfaceStatus(made) != CAIRO_STATUS_SUCCESS) {
+        c.surfaceDestroy(made);
+        throw std::bad_alloc();
+      }
+      shown_ = made;
+      shownData_ = c.imageData(shown_);
+      shownStride_ = static_cast<size_t>(c.imageStride(shown_));
+    } else if (shownDirty_) {
+      c.markDirty(shown_);
+    }
+    cairo_t* cr = c.create(shown_);
+    c.setOperator(cr, CAIRO_OPERATOR_SOURCE);
+    c.setSourceSurface(cr, Surface(), 0, 0);
+    c.paint(cr);
+    c.destroy(cr);
+    c.flush(shown_);
+    shownStale_ = false;
+    shownDirty_ = false;
   }
 
   // RGB24 leaves the top byte to whoever writes it: ours carries the marker.
@@ -183,13 +304,20 @@ class CairoStore : public PixelStore {
   }
 
   bool alpha_;
-  bool dirty_ = false;
   size_t stride_ = 0;
   size_t width_ = 0;
   size_t height_ = 0;
   std::unique_ptr<unsigned char[]> pixels_;
   cairo_surface_t* surface_ = nullptr;
-  std::vector<cairo_t*> contexts_;  // one for each open lock, the latest last
+  mutable bool dirty_ = false;              // the host wrote pixels that cairo has not been told of
+  std::vector<cairo_t*> contexts_;          // one for each open lock, the latest last
+  std::vector<unsigned char> atFirstLock_;  // the pixels at the first of the open locks
+  // What the host shows: painted by cairo when stale, the host's own writes made in step.
+  mutable cairo_surface_t* shown_ = nullptr;
+  mutable unsigned char* shownData_ = nullptr;
+  mutable size_t shownStride_ = 0;
+  mutable bool shownStale_ = true;
+  mutable bool shownDirty_ = false;  // written behind cairo's back since it last painted
 };
 
 class BitmapStore : public PixelStore {

@@ -41,6 +41,8 @@ std::vector<Profile> MakeBuiltIns() {
     profiles.push_back(Make("mac-desktop-" + VersionText(v), v, AppKind::Desktop, Platform::Mac));
   }
   profiles.push_back(Make("console-2019.1", 2019.1, AppKind::Console));
+  // A console host that keeps a picture locked after a failed lock.
+  profiles.push_back(Make("console-2011.5", 2011.5, AppKind::Console));
   profiles.push_back(Make("web-2019.1", 2019.1, AppKind::Web));
   // Only the older names of the integer property and array services exist.
   profiles.push_back(

@@ -9,10 +9,6 @@
 #include "host/HostRuntime.h"
 #include "picture/PixelFormat.h"
 
-// The host application kind, found out on first use and kept for the process.
-extern bool IsDesktop;
-extern bool IsConsole;
-
 class PictureEditor {
  public:
   PictureEditor() = default;

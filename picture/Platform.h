@@ -1,9 +1,9 @@
-// The platform storage behind desktop host pictures. On Apple platforms a picture is a Core
-// Graphics bitmap context, and Core Graphics answers. Elsewhere the same six bitmap context
-// functions are looked up in the running process, where only a host that keeps its pictures in
-// bitmap contexts provides them; and a Linux desktop host keeps its pictures in cairo image
-// surfaces, reached through cairo, which is looked up in the running process too, so that the
-// plug-in still loads in a host without it.
+// The platform storage behind desktop host pictures. A macOS desktop host keeps a picture in a
+// Core Graphics bitmap context; the six bitmap context functions are looked up in the running
+// process, where the host has Core Graphics loaded, so that the plug-in links no framework and
+// still loads in a console host. Elsewhere only a host that keeps its pictures in bitmap contexts
+// provides those functions; a Linux desktop host keeps its pictures in cairo image surfaces,
+// reached through cairo, which is looked up in the running process too.
 #pragma once
 
 #include <stddef.h>

@@ -39,11 +39,8 @@ png_uint_32 PerMetre(RBInteger perInch) {
 
 bool SetHeaderArmed(PNGWriter& w, int interlace, int filter, int level) {
   if (setjmp(*w.jumpBuffer)) return false;
-  // libpng keeps the values of a header it refuses; WriteInfo must not write them.
-  w.headerRefused = true;
   png_set_IHDR(w.pngPtr, w.infoPtr, Dimension(w.width), Dimension(w.height), 8, Clamped(w.type),
                interlace, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  w.headerRefused = false;
   if (filter >= 0) png_set_filter(w.pngPtr, PNG_FILTER_TYPE_DEFAULT, filter);
   if (level >= 0) png_set_compression_level(w.pngPtr, level);
   return true;
@@ -86,6 +83,16 @@ bool SettRNSArmed(PNGWriter& w, int count) {
   return true;
 }
 
+// The name as UTF-8 and the profile's own bytes, held for the armed call and given back before
+// any event is raised.
+bool SetiCCPFromHost(PNGWriter& w, REALstring name, int compressionType, REALstring profile) {
+  rbText nameText(name);
+  const std::unique_ptr<rbText> bytes(rbText::MakeRaw(profile));
+  // Host strings stay far below 4 GiB, so the length fits libpng's 32 bits.
+  return SetiCCPArmed(w, nameText.GetUTF8(), compressionType, bytes ? bytes->Bytes() : nullptr,
+                      bytes ? static_cast<png_uint_32>(bytes->Length()) : 0);
+}
+
 int StoredCount(REALarray array) {
   return static_cast<int>(std::clamp<RBInteger>(REALGetArrayUBound(array) + 1, 0, kMaxEntries));
 }
@@ -122,53 +129,47 @@ void SortByAlpha(PNGWriter& w) {
 }  // namespace
 
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression) {
-  if (!HasHandles(w)) return false;
-  // libpng writes rows by the header it wrote; a new one would only mislead the row checks.
-  if (w.headerFixed) {
-    RaiseMessageEvent(w.errorEvent, w.owner, "The header is written already.");
-    return false;
-  }
-  return SetHeaderArmed(w, interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, Clamped(filter),
-                        Clamped(compression));
+  if (!Admit(w, WriterCall::kSetHeader)) return false;
+  const bool set = SetHeaderArmed(w, interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                                  Clamped(filter), Clamped(compression));
+  // libpng keeps the values of a header it refuses; WriteInfo must not write them.
+  w.state = set ? WriterState::kDescribing : WriterState::kHeaderRefused;
+  return Report(w, set);
 }
 
 bool SetResolution(PNGWriter& w, RBInteger horizontal, RBInteger vertical, RBInteger unit) {
-  if (!HasHandles(w)) return false;
+  if (!Admit(w, WriterCall::kSetChunk)) return false;
   if (unit == kResolutionDPI) {
-    return SetpHYsArmed(w, PerMetre(horizontal), PerMetre(vertical), kResolutionMeter);
+    return Report(w, SetpHYsArmed(w, PerMetre(horizontal), PerMetre(vertical), kResolutionMeter));
   }
-  return SetpHYsArmed(w, static_cast<png_uint_32>(horizontal), static_cast<png_uint_32>(vertical),
-                      Clamped(unit));
+  return Report(w, SetpHYsArmed(w, static_cast<png_uint_32>(horizontal),
+                                static_cast<png_uint_32>(vertical), Clamped(unit)));
 }
 
 bool SetsRGB(PNGWriter& w, RBInteger intent) {
-  return HasHandles(w) && SetsRGBArmed(w, Clamped(intent));
+  return Admit(w, WriterCall::kSetChunk) && Report(w, SetsRGBArmed(w, Clamped(intent)));
 }
 
 bool SetICCProfile(PNGWriter& w, REALstring name, RBInteger compressionType, REALstring profile) {
-  if (!HasHandles(w)) return false;
-  rbText nameText(name);
-  const std::unique_ptr<rbText> bytes(rbText::MakeRaw(profile));
-  // Host strings stay far below 4 GiB, so the length fits libpng's 32 bits.
-  return SetiCCPArmed(w, nameText.GetUTF8(), Clamped(compressionType),
-                      bytes ? bytes->Bytes() : nullptr,
-                      bytes ? static_cast<png_uint_32>(bytes->Length()) : 0);
+  return Admit(w, WriterCall::kSetChunk) &&
+         Report(w, SetiCCPFromHost(w, name, Clamped(compressionType), profile));
 }
 
 bool SetGamma(PNGWriter& w, double gamma) {
-  if (!HasHandles(w)) return false;
+  if (!Admit(w, WriterCall::kSetChunk)) return false;
   if (!(gamma >= 0.0)) return true;  // negative or NaN: no gAMA chunk
-  return SetgAMAArmed(w, gamma > 0.0 ? 1.0 / gamma : kDefaultFileGamma);
+  return Report(w, SetgAMAArmed(w, gamma > 0.0 ? 1.0 / gamma : kDefaultFileGamma));
 }
 
 bool SetPaletteData(PNGWriter& w, REALarray colors) {
-  if (RaiseIfNil(colors, "Colors array is nil")) return false;
+  if (!Admit(w, WriterCall::kStore) || RaiseIfNil(colors, "Colors array is nil")) return false;
   StoreColors(w, colors);
   return true;
 }
 
 bool SetAlphaData(PNGWriter& w, REALarray alphas, REALarray colors) {
-  if (RaiseIfNil(colors, "Colors array is nil") || RaiseIfNil(alphas, "Alphas array is nil")) {
+  if (!Admit(w, WriterCall::kStore) || RaiseIfNil(colors, "Colors array is nil") ||
+      RaiseIfNil(alphas, "Alphas array is nil")) {
     return false;
   }
   StoreColors(w, colors);
@@ -178,20 +179,20 @@ bool SetAlphaData(PNGWriter& w, REALarray alphas, REALarray colors) {
 }
 
 bool SetPalette(PNGWriter& w) {
-  if (!HasHandles(w)) return false;
+  if (!Admit(w, WriterCall::kSetChunk)) return false;
   png_color entries[kMaxEntries];
   for (int i = 0; i < w.paletteCount; ++i) {
     const RBColor c = w.palette[i];
     entries[i] = {static_cast<png_byte>(c >> 16), static_cast<png_byte>(c >> 8),
                   static_cast<png_byte>(c)};
   }
-  return SetPLTEArmed(w, entries, w.paletteCount);
+  return Report(w, SetPLTEArmed(w, entries, w.paletteCount));
 }
 
 bool SetAlphas(PNGWriter& w) {
-  if (!HasHandles(w)) return false;
+  if (!Admit(w, WriterCall::kSetChunk)) return false;
   const int translucent = static_cast<int>(
       std::count_if(w.alphas, w.alphas + w.alphaCount, [](uint8_t alpha) { return alpha != 255; }));
   if (translucent < 1) return true;
-  return SettRNSArmed(w, translucent);
+  return Report(w, SettRNSArmed(w, translucent));
 }

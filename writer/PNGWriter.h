@@ -7,12 +7,68 @@
 #include <setjmp.h>
 #include <stdio.h>
 
-#include <vector>
-
+#include "host/Events.h"
 #include "host/HostRuntime.h"
 
-// The memory destination: the bytes libpng wrote, in order.
-using ByteBuffer = std::vector<unsigned char>;
+// The memory destination: the bytes libpng wrote, in order, in a block that grows by doubling.
+// It comes from malloc and realloc, so that a growth the memory can't hold is a null result to
+// report and never an exception inside libpng.
+struct ByteBuffer {
+  unsigned char* bytes;
+  size_t size;
+  size_t capacity;
+};
+
+// Where the writer stands. Every public operation checks the state first: a call out of order is
+// refused with a message through the Error event and the operation's failure result (False, Nil
+// or nothing). The loaders, SetPaletteData and SetAlphaData only hold rows and colours, so they
+// run in every state but Finished.
+//
+//   State             | Accepts (besides the above)              | Moves to
+//   ------------------+------------------------------------------+------------------------------
+//   Unusable          | nothing (no libpng state: its creation   |
+//                     | failed, or Close ran): False, no event   |
+//   Describing        | SetHeader, the chunk setters, Open- and  | HeaderRefused (SetHeader
+//                     | CloseDestination, WriteInfo (once a      | fails); InfoWritten, or Failed
+//                     | destination is open)                     | (libpng fails in WriteInfo)
+//   HeaderRefused     | as Describing, but not WriteInfo         | Describing (SetHeader works)
+//   InfoWritten       | WriteRows, WriteRow                      | RowsStarted, RowsWritten,
+//                     |                                          | Failed
+//   RowsStarted       | WriteRow                                 | RowsWritten, Failed
+//   RowsWritten       | WriteEnd                                 | Ended, Failed
+//   Ended, Failed     | CloseDestination, Finish                 |
+//   DestinationClosed | nothing (the destination was closed once |
+//                     | the stream had begun)                    |
+//   Finished          | nothing: Finish handed the bytes over    |
+//
+// Finish with a memory destination returns its bytes and moves any state to Finished; without
+// one it returns Nil and changes nothing. CloseDestination leaves Describing and HeaderRefused
+// as they are (another destination may be opened) and moves the later states to
+// DestinationClosed. OpenWriteDestination while a destination is open returns False, no event.
+enum class WriterState : int32_t {
+  kUnusable = 0,  // the zeroed record
+  kDescribing,
+  kHeaderRefused,
+  kInfoWritten,
+  kRowsStarted,
+  kRowsWritten,
+  kEnded,
+  kFailed,
+  kDestinationClosed,
+  kFinished,
+};
+
+// The kinds of call the state table tells apart.
+enum class WriterCall {
+  kStore,  // loaders, SetPaletteData, SetAlphaData
+  kSetHeader,
+  kSetChunk,
+  kOpenDestination,
+  kWriteInfo,
+  kWriteRows,
+  kWriteRow,
+  kWriteEnd,
+};
 
 // Instance data of PNGWriterKRV; the one-call savers build one of their own without an owner.
 struct PNGWriter {
@@ -42,19 +98,22 @@ struct PNGWriter {
   // Bytes every loaded row holds (-1: the host cannot tell), so that no header set after loading
   // makes libpng read past the end of a row.
   int64_t rowCapacity;
-  // libpng failed while writing image rows: its row state is broken, and writing rows again would
-  // set it up anew over the old one.
-  RBBoolean rowsFailed;
-  RBBoolean headerRefused;  // libpng refused the last header, yet keeps its values
-  RBBoolean headerFixed;    // WriteInfo handed libpng a header: it may be in the stream
-  // WriteInfo succeeded: libpng would write every chunk after the header a second time.
-  RBBoolean infoWritten;
+  WriterState state;
+  // libpng's errors and warnings of the call in progress, raised as events once it has returned.
+  EventQueue events;
 };
 
-// The libpng states and the jump buffer exist (Init succeeded and Close has not run).
-inline bool HasHandles(const PNGWriter& w) {
-  return w.pngPtr && w.infoPtr && w.jumpBuffer;
-}
+// True when `call` may run in the writer's state; otherwise refuses it (through the Error event
+// where the state table gives a message) and returns false.
+bool Admit(PNGWriter& w, WriterCall call);
+
+// Raises the events queued during an operation, once the record is settled, and returns
+// `result`. Handlers may call back into the writer, so the caller must not touch the record
+// afterwards.
+bool Report(PNGWriter& w, bool result);
+
+// Queues `message` as an Error event and reports the failure.
+bool Refuse(PNGWriter& w, const char* message);
 
 // True, after raising NilObjectException with `message`, when `object` is nil.
 bool RaiseIfNil(const void* object, const char* message);

@@ -113,27 +113,28 @@ RBBoolean rbSetAlphas(REALobject instance) {
   return w ? SetAlphas(*w) : false;
 }
 
+// The loaders live with the rows; the state's one word on them (none after Finish) is said here.
 RBBoolean rbLoadRGBPicture(REALobject instance, REALpicture pict, REALpicture mask) {
   PNGWriter* w = Data(instance);
-  return w ? LoadRGBPictureToRowPointers(*w, pict, mask) : false;
+  return w && Admit(*w, WriterCall::kStore) && LoadRGBPictureToRowPointers(*w, pict, mask);
 }
 
 RBBoolean rbLoadGrayPicture(REALobject instance, REALpicture pict, REALpicture mask) {
   PNGWriter* w = Data(instance);
-  return w ? LoadGrayPictureToRowPointers(*w, pict, mask) : false;
+  return w && Admit(*w, WriterCall::kStore) && LoadGrayPictureToRowPointers(*w, pict, mask);
 }
 
 RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict) {
   PNGWriter* w = Data(instance);
-  return w ? LoadPalettePictureToRowPointers(*w, pict) : false;
+  return w && Admit(*w, WriterCall::kStore) && LoadPalettePictureToRowPointers(*w, pict);
 }
 
 RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict) {
   PNGWriter* w = Data(instance);
-  return w ? LoadAlphaPictureToRowPointers(*w, pict) : false;
+  return w && Admit(*w, WriterCall::kStore) && LoadAlphaPictureToRowPointers(*w, pict);
 }
 
 RBBoolean rbLoadRows(REALobject instance, REALarray rows) {
   PNGWriter* w = Data(instance);
-  return w ? LoadRows(*w, rows) : false;
+  return w && Admit(*w, WriterCall::kStore) && LoadRows(*w, rows);
 }

@@ -73,6 +73,22 @@ TEST_F(Convert, OpeningFailuresAndDamage) {
   emu::Value strict = Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(cut), float(0), false});
   ASSERT_FALSE(strict.IsNil());
   EXPECT_EQ(Rgba(Prop(strict, "Pict")), Rgba(Prop(lenient, "Pict")));
+  // Image data invalid from its first byte: no row decodes, and the picture of the header's size
+  // is returned as a new picture comes, white.
+  std::vector<samples::Chunk> chunks =
+      samples::SplitChunks(samples::Encode(samples::Pattern(5, 3, 8, 2, false)));
+  for (samples::Chunk& chunk : chunks) {
+    if (chunk.type == "IDAT") chunk = samples::MakeChunk("IDAT", Bytes(chunk.data.size(), 0xFF));
+  }
+  const Bytes blank(5 * 3 * 4, 255);
+  const emu::Value picture =
+      Host().CallGlobal("PNGStringToPictureKRV", {Str(samples::JoinChunks(chunks))});
+  ASSERT_FALSE(picture.IsNil());
+  EXPECT_EQ(Rgba(picture), blank);
+  const emu::Value pp =
+      Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(samples::JoinChunks(chunks))});
+  ASSERT_FALSE(pp.IsNil());
+  EXPECT_EQ(Rgba(Prop(pp, "Pict")), blank);
   EXPECT_FALSE(Host().LastException());
 }
 
@@ -221,6 +237,29 @@ TEST_F(Combined, DrawingNeedsTheHostsMethodLookup) {
     const Bytes decoded = ReadWithLibpng(png).rgba;
     const Bytes expected = draws || colorType == 2 ? decoded : Bytes(decoded.size(), 255);
     EXPECT_EQ(Rgba(Host().CallGlobal("PNGStringToPictureKRV", {Str(png)})), expected);
+  }
+}
+
+// A joined picture whose colours the host can't lock (an immutable picture put in Pict): hosts that
+// draw draw them; the others copy gd rows, whose failed lock is undone, and leave them white.
+TEST_F(Combined, ColoursTheHostCannotLock) {
+  const bool draws = Desktop() && Profile().withheld.count("REALLoadObjectMethod") == 0;
+  const Bytes png = samples::Encode(samples::Pattern(7, 5, 8, 6, false));
+  const Bytes opaque = Colours(ReadWithLibpng(png).rgba, false);
+  const emu::Value opened = Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(png)});
+  ASSERT_FALSE(opened.IsNil());
+  emu::PictureOptions immutable;
+  immutable.type = 1;
+  const emu::Value colours = Host().MakePicture(7, 5, Text(opaque), immutable);
+  Host().SetProperty(opened, "Pict", colours);
+  const Bytes combined = Rgba(Host().Call(opened, "CombinePictureWithMask"));
+  const emu::PictureCounts counts = Host().PictureStats(colours);
+  EXPECT_EQ(counts.lockCalls, draws ? 0 : 1);
+  EXPECT_EQ(counts.openLocks, 0);
+  ASSERT_EQ(combined.size(), opaque.size());
+  for (size_t i = 0; i < combined.size(); i += 4) {
+    const Bytes rgb(combined.begin() + i, combined.begin() + i + 3);
+    EXPECT_EQ(rgb, draws ? Bytes(opaque.begin() + i, opaque.begin() + i + 3) : Bytes(3, 255)) << i;
   }
 }
 

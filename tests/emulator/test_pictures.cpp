@@ -117,26 +117,75 @@ TEST_F(HostTest, PicturesAreDescribedAsTheHostsOwnType) {
   }
 }
 
+// How pixels written into a locked cairo surface were told to cairo.
+enum class Mark { None, Surface, Rectangle, AfterUnlock };
+
+struct CairoWrite {
+  bool alphaChannel;
+  bool write;  // the red byte of pixel (1, 1) becomes 0x11
+  Mark mark;
+  bool nested;  // written under a second lock of the same picture
+  long writtenLocks, unmarkedWrites;
+  Px back;  // pixel (1, 1) as the host shows it after the last unlock
+};
+
+// A white picture, or one of white at alpha 255 (premultiplied words are the same). Unmarked
+// writes stay unseen by cairo, which paints a surface with alpha channel that it takes for clear
+// as nothing; RGB24 surfaces it paints whole. A mark after the unlock reaches cairo, but too late
+// for the host, which may have painted the picture in between.
+const CairoWrite kCairoWrites[] = {
+    {false, false, Mark::None, false, 0, 0, {255, 255, 255, 255}},
+    {false, true, Mark::Surface, false, 1, 0, {0x11, 255, 255, 255}},
+    {false, true, Mark::Rectangle, false, 1, 0, {0x11, 255, 255, 255}},
+    {false, true, Mark::None, false, 1, 1, {0x11, 255, 255, 255}},
+    {true, false, Mark::None, false, 0, 0, {255, 255, 255, 255}},
+    {true, true, Mark::Surface, false, 1, 0, {0x11, 255, 255, 255}},
+    {true, true, Mark::Surface, true, 1, 0, {0x11, 255, 255, 255}},
+    {true, true, Mark::None, false, 1, 1, {0, 0, 0, 0}},
+    {true, true, Mark::None, true, 1, 1, {0, 0, 0, 0}},
+    {true, true, Mark::AfterUnlock, false, 1, 1, {0x11, 255, 255, 255}},
+};
+
 // A Linux desktop host locks a picture as a cairo context on the picture's own image surface,
-// made for the lock and given up at its unlock.
+// made for the lock and given up at its unlock, and records whether pixels written through it
+// were marked dirty before the last unlock.
 TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
-  emu::Value pic = Picture(5, 3);
-  REALpictureDescription desc{};
-  ASSERT_TRUE(Lock(pic.As<REALpicture>(), pictureCairoContext, &desc));
-  auto* context = static_cast<cairo_t*>(desc.pictureData);
-  CAIRO(cairo_reference)(context);
-  cairo_surface_t* surface = CAIRO(cairo_get_target)(context);
-  EXPECT_EQ(CAIRO(cairo_surface_get_type)(surface), CAIRO_SURFACE_TYPE_IMAGE);
-  EXPECT_EQ(CAIRO(cairo_image_surface_get_format)(surface), CAIRO_FORMAT_RGB24);
-  EXPECT_EQ(CAIRO(cairo_image_surface_get_stride)(surface), 20);
-  CAIRO(cairo_surface_flush)(surface);
-  // The red byte of pixel (1, 1), the word 0x..RRGGBB little-endian.
-  CAIRO(cairo_image_surface_get_data)(surface)[20 + 4 + 2] = 0x11;
-  CAIRO(cairo_surface_mark_dirty)(surface);
-  Unlock(pic.As<REALpicture>());
-  EXPECT_EQ(uint8_t(host.PictureRgba(pic)[4 * (5 + 1)]), 0x11);
-  EXPECT_EQ(CAIRO(cairo_get_reference_count)(context), 1u) << "the host gave its context up";
-  CAIRO(cairo_destroy)(context);
+  for (const CairoWrite& w : kCairoWrites) {
+    SCOPED_TRACE(::testing::Message() << "alpha " << w.alphaChannel << " write " << w.write
+                                      << " mark " << int(w.mark) << " nested " << w.nested);
+    Restart("linux-desktop-2019.1");
+    emu::PictureOptions options;
+    options.alphaChannel = w.alphaChannel;
+    emu::Value pic = host.MakePicture(5, 3, std::string(5 * 3 * 4, '\xFF'), options);
+    const auto picture = pic.As<REALpicture>();
+    REALpictureDescription desc{};
+    for (int lock = 0; lock < (w.nested ? 2 : 1); ++lock) {
+      ASSERT_TRUE(Lock(picture, pictureCairoContext, &desc));
+    }
+    auto* context = static_cast<cairo_t*>(desc.pictureData);
+    CAIRO(cairo_reference)(context);
+    cairo_surface_t* surface = CAIRO(cairo_get_target)(context);
+    EXPECT_EQ(CAIRO(cairo_surface_get_type)(surface), CAIRO_SURFACE_TYPE_IMAGE);
+    EXPECT_EQ(CAIRO(cairo_image_surface_get_format)(surface),
+              w.alphaChannel ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24);
+    EXPECT_EQ(CAIRO(cairo_image_surface_get_stride)(surface), 20);
+    CAIRO(cairo_surface_flush)(surface);
+    // The red byte of pixel (1, 1), the word 0x..RRGGBB little-endian.
+    if (w.write) CAIRO(cairo_image_surface_get_data)(surface)[20 + 4 + 2] = 0x11;
+    if (w.nested) Unlock(picture);
+    if (w.mark == Mark::Surface) CAIRO(cairo_surface_mark_dirty)(surface);
+    if (w.mark == Mark::Rectangle) CAIRO(cairo_surface_mark_dirty_rectangle)(surface, 1, 1, 1, 1);
+    Unlock(picture);
+    if (w.mark == Mark::AfterUnlock) CAIRO(cairo_surface_mark_dirty)(surface);
+    EXPECT_EQ(CAIRO(cairo_get_reference_count)(context), 1u) << "the host gave its context up";
+    CAIRO(cairo_destroy)(context);
+    const emu::PictureCounts counts = host.PictureStats(pic);
+    EXPECT_EQ(counts.writtenLocks, w.writtenLocks);
+    EXPECT_EQ(counts.unmarkedWrites, w.unmarkedWrites);
+    EXPECT_EQ(host.PictureRgba(pic).substr(4 * (5 + 1), 4), Bytes({w.back}));
+    EXPECT_EQ(host.Audit().errors.size(), size_t(w.unmarkedWrites));
+    host.ClearAuditErrors();
+  }
 }
 
 // The plug-in finds the bitmap context queries in the process, not through the resolver.

@@ -1,10 +1,14 @@
-// A host folder item to an open C file. Hosts from 2013.0 on give the POSIX path as "NativePath";
-// older hosts only give a file URL as "URLPath".
+// A host folder item to an open C file. Hosts from hostversion::kNativePathFrom on give the POSIX
+// path as "NativePath"; older hosts only give a file URL as "URLPath".
+#include "host/Files.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include "host/Text.h"
-#include "reader/PNGReader.h"
+#if defined(__APPLE__)
+#include "host/mac/Paths.h"
+#endif
 
 namespace {
 
@@ -38,7 +42,11 @@ bool PathFromFileURL(const char* url, char* out) {
 }
 
 FILE* OpenPath(const char* path, const char* mode) {
+#if defined(__APPLE__)
+  FILE* stream = OpenDecomposedPath(path, mode);
+#else
   FILE* stream = fopen(path, mode);
+#endif
   if (stream) setvbuf(stream, nullptr, _IOFBF, kFileBuffer);
   return stream;
 }
@@ -64,7 +72,7 @@ FILE* OpenURLPath(REALstring urlString, const char* mode) {
 FILE* OpenCFILE(REALfolderItem file, int, const char* mode, const wchar_t*) {
   if (file == nullptr) return nullptr;
   LockHandle(file);
-  const bool native = rbversion >= 2013.0;
+  const bool native = gHost.version >= hostversion::kNativePathFrom;
   REALstring path = nullptr;
   FILE* stream = nullptr;
   if (REALGetPropValueString(reinterpret_cast<REALobject>(file), native ? "NativePath" : "URLPath",

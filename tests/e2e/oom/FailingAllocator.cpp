@@ -1,0 +1,161 @@
+#include "tests/e2e/oom/FailingAllocator.h"
+
+#include <errno.h>
+#include <link.h>
+#include <string.h>
+
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+void __libc_free(void* block);
+}
+
+namespace {
+
+// Nothing here may allocate: it runs inside every allocation of the process.
+struct Range {
+  uintptr_t begin, end;
+};
+constexpr int kMaxRanges = 16;
+Range gRanges[kMaxRanges];
+int gRangeCount = 0;
+
+bool gArmed = false;
+uint64_t gCounted = 0;
+uint64_t gFailAt = 0;
+size_t gFailFrom = 0;
+
+// The blocks not yet freed: an open-addressing set of addresses (0 empty, 1 a removed entry).
+constexpr size_t kSlots = size_t{1} << 16;
+uintptr_t gLive[kSlots];
+size_t gLiveCount = 0;
+
+size_t SlotOf(uintptr_t address) {
+  return (address >> 4) * 0x9E3779B97F4A7C15u >> (64 - 16);
+}
+
+void Track(void* block) {
+  const auto address = reinterpret_cast<uintptr_t>(block);
+  for (size_t i = SlotOf(address);; i = (i + 1) % kSlots) {
+    if (gLive[i] <= 1) {
+      gLive[i] = address;
+      ++gLiveCount;
+      return;
+    }
+  }
+}
+
+void Untrack(void* block) {
+  if (gLiveCount == 0 || block == nullptr) return;
+  const auto address = reinterpret_cast<uintptr_t>(block);
+  for (size_t i = SlotOf(address); gLive[i] != 0; i = (i + 1) % kSlots) {
+    if (gLive[i] == address) {
+      gLive[i] = 1;
+      --gLiveCount;
+      return;
+    }
+  }
+}
+
+bool FromCodeUnderTest(const void* caller) {
+  const auto address = reinterpret_cast<uintptr_t>(caller);
+  for (int i = 0; i < gRangeCount; ++i) {
+    if (address >= gRanges[i].begin && address < gRanges[i].end) return true;
+  }
+  return false;
+}
+
+// Whether this allocation of the code under test is watched, and whether it is to fail.
+bool Watched(const void* caller) {
+  if (!gArmed || !FromCodeUnderTest(caller)) return false;
+  ++gCounted;
+  return true;
+}
+
+bool Fails(size_t size) {
+  return gCounted == gFailAt || (gFailFrom != 0 && size >= gFailFrom);
+}
+
+int AddRanges(struct dl_phdr_info* info, size_t, void*) {
+  const char* name = info->dlpi_name;
+  if (!strstr(name, "PNGKRV") && !strstr(name, "libpng16") && !strstr(name, "libz.so")) return 0;
+  for (int i = 0; i < info->dlpi_phnum && gRangeCount < kMaxRanges; ++i) {
+    const ElfW(Phdr)& segment = info->dlpi_phdr[i];
+    if (segment.p_type != PT_LOAD || !(segment.p_flags & PF_X)) continue;
+    const uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
+    gRanges[gRangeCount++] = {begin, begin + segment.p_memsz};
+  }
+  return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(size_t size) noexcept {
+  if (!Watched(__builtin_return_address(0))) return __libc_malloc(size);
+  if (Fails(size)) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* block = __libc_malloc(size);
+  if (block) Track(block);
+  return block;
+}
+
+void* calloc(size_t count, size_t size) noexcept {
+  if (!Watched(__builtin_return_address(0))) return __libc_calloc(count, size);
+  if (Fails(count * size)) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* block = __libc_calloc(count, size);
+  if (block) Track(block);
+  return block;
+}
+
+void* realloc(void* old, size_t size) noexcept {
+  const bool watched = Watched(__builtin_return_address(0));
+  if (watched && Fails(size)) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* block = __libc_realloc(old, size);
+  if (block || size == 0) Untrack(old);
+  if (block && watched) Track(block);
+  return block;
+}
+
+void free(void* block) noexcept {
+  Untrack(block);
+  __libc_free(block);
+}
+
+}  // extern "C"
+
+namespace oom {
+
+void Watch() {
+  gRangeCount = 0;
+  dl_iterate_phdr(AddRanges, nullptr);
+}
+
+void Arm(uint64_t failAt, size_t failFrom) {
+  if (gLiveCount == 0) memset(gLive, 0, sizeof gLive);  // drops the removed entries too
+  gCounted = 0;
+  gFailAt = failAt;
+  gFailFrom = failFrom;
+  gArmed = true;
+}
+
+uint64_t Disarm() {
+  gArmed = false;
+  return gCounted;
+}
+
+size_t Live() {
+  return gLiveCount;
+}
+
+}  // namespace oom
