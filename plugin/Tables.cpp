@@ -79,6 +79,9 @@ REALmethodDefinition readerMethods[] = {
     Method(Proc(rbReadsRGBTag), "ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
            kConsole),
     Method(Proc(rbReadAlphaPicture), "ReadAlphaPicture() As Boolean", kConsoleSafeMark),
+    Method(Proc(rbTextCount), "TextCount As Integer", kConsole),
+    Method(Proc(rbTextKey), "TextKey(index As Integer) As String", kConsole),
+    Method(Proc(rbTextValue), "TextValue(index As Integer) As String", kConsole),
 };
 
 }  // namespace

@@ -64,6 +64,9 @@ REALmethodDefinition writerMethods[] = {
            kConsoleSafeMark),
     Method(Proc(rbLoadAlphaPicture), "SetAlphaPicture(pict As Picture) As Boolean",
            kConsoleSafeMark),
+    Method(Proc(rbAddText),
+           "AddText(key As String, value As String, compressed As Boolean = False) As Boolean",
+           kConsole),
 };
 
 REALconstant writerConstants[] = {

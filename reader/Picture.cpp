@@ -214,7 +214,10 @@ bool Decode(PNGReader& r, bool alpha) {
     BuildTables(r, d);
     read = ReadEveryRow(r, d);
   }
-  if (read) ConvertWholeImage(r, d);
+  if (read) {
+    ConvertWholeImage(r, d);
+    r.state = ReaderState::kDecodedWhole;
+  }
   KeepPictures(r, d, read);
   return r.pict != nullptr;
 }

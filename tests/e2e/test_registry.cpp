@@ -104,7 +104,9 @@ const std::vector<Class> kClasses = {
       "C ReadICCProfile(byref name as string, byref compression as integer, byref profile as "
       "string) as boolean",
       "C ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
-      "P ReadAlphaPicture() As Boolean", "C shared PNGLibVersion as string"},
+      "P ReadAlphaPicture() As Boolean", "C TextCount As Integer",
+      "C TextKey(index As Integer) As String", "C TextValue(index As Integer) As String",
+      "C shared PNGLibVersion as string"},
      {"event Error(msg as string)", "event Warning(msg as string)"}},
     {"PNGWriterKRV",
      true,
@@ -133,6 +135,7 @@ const std::vector<Class> kClasses = {
       "P SetRows(rows() as memoryblock) as boolean",
       "P SetPalettePicture(pict as picture) as boolean",
       "P SetAlphaPicture(pict As Picture) As Boolean",
+      "C AddText(key As String, value As String, compressed As Boolean = False) As Boolean",
       "C shared PNGLibVersion as string"},
      {"event Error(msg as string)", "event Warning(msg as string)", "const ResolutionUnknown = 0",
       "const ResolutionMeter = 1", "const ResolutionDPI = 2", "const TypeGray = 0",
