@@ -13,11 +13,12 @@ namespace {
 constexpr int kStates = static_cast<int>(ReaderState::kEndRead) + 1;
 constexpr int kCalls = static_cast<int>(ReaderCall::kText) + 1;
 
-// At most this many text chunks (and other chunks libpng keeps whole, sPLT, and unknown ones)
-// are kept, each of at most this many bytes, also once decompressed: a file can make the reader
-// hold no more than their product, whatever its compressed text inflates to. libpng warns once
-// when it leaves further chunks out, and drops a text that inflates beyond the limit with a
-// warning. The byte limit is libpng's own default, which also bounds every chunk's length.
+// libpng keeps text and sPLT chunks up to two fewer than this count together, each of at most
+// this many bytes, also once decompressed: a file can make the reader hold no more than about
+// their product, whatever its compressed text inflates to. libpng warns once when it leaves
+// further chunks out, and drops a text that inflates beyond the limit with a warning. The byte
+// limit is libpng's own default, which also bounds every chunk's length, so no file that the
+// reader took before is refused now.
 constexpr png_uint_32 kChunkCacheMax = 32;
 constexpr png_alloc_size_t kChunkMallocMax = 8000000;
 
