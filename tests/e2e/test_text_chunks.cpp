@@ -77,6 +77,9 @@ TEST_F(TextChunks, WrittenAndReadBack) {
   EXPECT_EQ(std::vector<std::string>(types.begin() + 1, types.begin() + 5),
             std::vector<std::string>({"tEXt", "zTXt", "iTXt", "iTXt"}));
   EXPECT_EQ(samples::SplitChunks(png)[1].data, Of("L\xe9gende\0Caf\xe9 cr\xe8me"s));
+  const Bytes compressedText = samples::SplitChunks(png)[4].data;
+  EXPECT_EQ(Bytes(compressedText.begin(), compressedText.begin() + 13), Of("Description\0\1"s))
+      << "the compression flag";
 
   Reader reader;
   ASSERT_TRUE(reader.OpenData(png) && reader.Ok("ApplyOptions"));
