@@ -246,5 +246,26 @@ TEST_F(TextChunks, Limits) {
   }
 }
 
+// pngkrv encode adds text chunks, info lists them, those after the image data too.
+TEST_F(TextChunks, Tool) {
+  if (!FullServiceHost() || !Desktop()) GTEST_SKIP() << "one profile is enough";
+  const TempFile in(samples::Encode(samples::Pattern(4, 3, 8, 2, false))), out({});
+  ToolRun run = RunTool(
+      "encode --text Title=Caf\u00e9 --compressed-text \"Note=a = b\" --text "
+      "Name=\u0394 " +
+      in.path + " " + out.path);
+  ASSERT_EQ(run.status, 0) << run.output;
+  run = RunTool("info " + out.path);
+  EXPECT_NE(run.output.find("text: Title=Caf\u00e9\ntext: Name=\u0394\ntext: Note=a = b\n"),
+            std::string::npos)
+      << run.output;
+  const TempFile around(TextsAroundTheImage(samples::Pattern(9, 5, 8, 6, true)));
+  run = RunTool("info " + around.path);
+  EXPECT_NE(run.output.find("text: Before=b\ntext: After=a\ntext: Zipped=zzz"), std::string::npos)
+      << run.output;
+  EXPECT_EQ(RunTool("encode --text NoValue " + in.path + " " + out.path).status, 2);
+  EXPECT_EQ(RunTool("encode --text \" bad=key\" " + in.path + " " + out.path).status, 1);
+}
+
 }  // namespace
 }  // namespace e2e
