@@ -8,11 +8,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 std::string Text(const Bytes& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }

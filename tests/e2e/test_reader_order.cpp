@@ -9,11 +9,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 class ReaderOrder : public PluginTest {
  protected:
   void SetUp() override {

@@ -12,11 +12,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 enum Trns { kNone, kOneClear, kGraded };
 
 struct Kind {
