@@ -13,11 +13,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 Bytes Saved(const emu::Value& picture) {
   const std::string png = Host().CallGlobal("AlphaPictureToPNGStringKRV", {picture}).Bytes();
   return Bytes(png.begin(), png.end());
