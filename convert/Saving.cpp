@@ -12,6 +12,19 @@ bool WriteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace, 
          SetGamma(w, gamma) && WriteInfo(w) && WriteRows(w) && WriteEnd(w);
 }
 
+// Encodes the rows that `load` gives a private writer: into `out` when it is given, else into
+// `file`.
+template <typename Load>
+bool SaveRows(Load load, REALstring* out, REALfolderItem file, float gamma, bool interlace,
+              RBInteger filter) {
+  PNGWriter w;
+  const bool saved = Init(w, nullptr, nullptr, nullptr) && load(w) &&
+                     WriteImage(w, file, gamma, interlace, filter);
+  if (saved && out) *out = Finish(w);
+  Close(w);
+  return saved;
+}
+
 bool WritePaletteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace,
                        RBInteger filter, bool withAlphas) {
   return OpenWriteDestination(w, file) && SetHeader(w, interlace, filter, -1) &&
@@ -52,13 +65,8 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
   // A nil picture is a plain failure here, not the loader's exception; so is a nil folder item
   // where a file was asked for, which would otherwise encode into nowhere and report success.
   if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
-  PNGWriter w;
-  bool saved = Init(w, nullptr, nullptr, nullptr) &&
-               LoadRGBPictureToRowPointers(w, picture, mask) &&
-               WriteImage(w, file, gamma, interlace, filter);
-  if (saved && out) *out = Finish(w);
-  Close(w);
-  return saved;
+  return SaveRows([&](PNGWriter& w) { return LoadRGBPictureToRowPointers(w, picture, mask); }, out,
+                  file, gamma, interlace, filter);
 }
 
 bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolderItem file,
@@ -80,6 +88,22 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
                      WritePaletteImage(w, file, gamma, interlace, filter, true);
   Close(w);
   return saved;
+}
+
+bool SaveAlphaPNG(REALpicture picture, REALstring* out, REALfolderItem file, float gamma) {
+  if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
+  return SaveRows([&](PNGWriter& w) { return LoadAlphaPictureToRowPointers(w, picture); }, out,
+                  file, gamma, false, -1);
+}
+
+REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma) {
+  REALstring out = nullptr;
+  SaveAlphaPNG(pic, &out, nullptr, gamma);
+  return out;
+}
+
+RBBoolean SaveAsAlphaPNGKRV(REALfolderItem file, REALpicture pic, float gamma) {
+  return SaveAlphaPNG(pic, nullptr, file, gamma);
 }
 
 REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma) {
