@@ -2,9 +2,17 @@
 // no owner and no event hooks, so libpng's errors only turn into a false result.
 #include "convert/PNGPicture.h"
 #include "host/Exceptions.h"
+#include "host/HostFacts.h"
 #include "writer/PNGWriter.h"
 
 namespace {
+
+// A private writer record without owner or event hooks, compressing as the application chose.
+bool InitSaver(PNGWriter& w) {
+  if (!Init(w, nullptr, nullptr, nullptr)) return false;
+  w.threads = gHost.saveThreads;
+  return true;
+}
 
 // The rows are loaded: header, gamma, and the image to the destination.
 bool WriteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace, RBInteger filter) {
@@ -18,8 +26,7 @@ template <typename Load>
 bool SaveRows(Load load, REALstring* out, REALfolderItem file, float gamma, bool interlace,
               RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && load(w) &&
-                     WriteImage(w, file, gamma, interlace, filter);
+  const bool saved = InitSaver(w) && load(w) && WriteImage(w, file, gamma, interlace, filter);
   if (saved && out) *out = Finish(w);
   Close(w);
   return saved;
@@ -72,8 +79,8 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
 bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolderItem file,
                   float gamma, signed char interlace, RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetPaletteData(w, colors) && picture &&
-                     file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetPaletteData(w, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, false);
   Close(w);
   return saved;
@@ -83,8 +90,8 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
                            REALfolderItem file, float gamma, signed char interlace,
                            RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetAlphaData(w, alphas, colors) &&
-                     picture && file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetAlphaData(w, alphas, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, true);
   Close(w);
   return saved;
@@ -104,6 +111,14 @@ REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma) {
 
 RBBoolean SaveAsAlphaPNGKRV(REALfolderItem file, REALpicture pic, float gamma) {
   return SaveAlphaPNG(pic, nullptr, file, gamma);
+}
+
+RBInteger GetSaveThreads() {
+  return gHost.saveThreads;
+}
+
+void SetSaveThreads(RBInteger threads) {
+  gHost.saveThreads = threads;
 }
 
 REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma) {

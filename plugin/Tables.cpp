@@ -217,6 +217,9 @@ REALmethodDefinition globalMethods[] = {
     Method(Proc(AlphaPictureToPNGStringKRV),
            "AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
            kConsoleSafeMark),
+    // A module-level property as a getter and an assigning setter.
+    Method(Proc(GetSaveThreads), "PNGSaveThreadsKRV as integer", kConsole),
+    Method(Proc(SetSaveThreads), "PNGSaveThreadsKRV(assigns threads as integer)", kConsole),
 };
 
 }  // namespace

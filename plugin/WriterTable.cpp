@@ -25,6 +25,7 @@ REALproperty writerProperties[] = {
     IntegerField("bpc", offsetof(PNGWriter, bpc)),
     IntegerField("Type", offsetof(PNGWriter, type)),
     IntegerField("Rowbytes", offsetof(PNGWriter, rowBytes)),
+    IntegerField("Threads", offsetof(PNGWriter, threads)),
 };
 
 REALmethodDefinition writerMethods[] = {

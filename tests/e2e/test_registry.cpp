@@ -111,7 +111,7 @@ const std::vector<Class> kClasses = {
     {"PNGWriterKRV",
      true,
      {"RC Width as Integer", "RC Height as Integer", "RC bpc as Integer", "RC Type as Integer",
-      "RC Rowbytes as Integer"},
+      "RC Rowbytes as Integer", "RC Threads as Integer"},
      {"C SetResolution(ResolutionHorizontal as integer, ResolutionVertical as integer, Unit as "
       "integer) as boolean",
       "C SetsRGB(intent as integer) as boolean",
@@ -181,6 +181,8 @@ const std::vector<std::string> kGlobals = {
     "C CgBIToPNGStringKRV(data as string) as string",
     "P PNGStringToAlphaPictureKRV(data As String) As Picture",
     "P AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
+    "C PNGSaveThreadsKRV as integer",
+    "C PNGSaveThreadsKRV(assigns threads as integer)",
 };
 
 class Registry : public PluginTest {};

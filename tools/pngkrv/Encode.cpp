@@ -171,6 +171,9 @@ int Encode(Session& session, const Options& options) {
       MakePictures(session, pixels, alpha || type == "rgba" || type == "graya");
   WriterMessages messages;
   const emu::Value writer = NewWriter(session, messages);
+  if (options.Has("--threads")) {
+    session.host().SetProperty(writer, "Threads", options.Integer("--threads", 0));
+  }
   const bool withAlphas = options.Has("--alphas");
   LoadRows(session, writer, type, pixels, pictures, withAlphas);
   SetChunks(session, writer, options, type == "palette");
