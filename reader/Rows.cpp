@@ -20,7 +20,7 @@ bool ReadNextRow(PNGReader& r, void* row, bool start) {
 // image, or past the last row of a plain one.
 bool LastRowRead(const PNGReader& r) {
   return png_get_current_pass_number(r.png) >= 7 ||
-         (r.passes == 1 && png_get_current_row_number(r.png) >= r.height);
+         (r.passes == 1 && int64_t{png_get_current_row_number(r.png)} >= r.height);
 }
 
 // Reads the next row and settles the state: after a libpng error the stream can't go on.

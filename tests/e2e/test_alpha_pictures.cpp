@@ -231,13 +231,13 @@ TEST_F(AlphaPictures, PngSuiteBothWays) {
   if (PngSuiteDir().empty()) GTEST_SKIP() << "PNG suite not found";
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(PngSuiteDir())) {
-    const std::string name = entry.path().filename();
+    const std::string name = entry.path().filename().string();
     if (entry.path().extension() == ".png" && name[0] != 'x') files.push_back(entry.path());
   }
   std::sort(files.begin(), files.end());
   size_t tested = 0;
   for (const std::filesystem::path& path : files) {
-    const Bytes png = samples::ReadFile(path);
+    const Bytes png = samples::ReadFile(path.string());
     if (!HasAlpha(png)) continue;
     ++tested;
     const Bytes own = Decoded(png);

@@ -267,7 +267,6 @@ TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
     host.ClearAuditErrors();
   }
 }
-#endif
 
 // Without the audit (the benchmark's host) the locks only lend the surface: pixels written through
 // it unmarked are shown all the same, as the host tells cairo of them itself, and nothing is
@@ -294,6 +293,7 @@ TEST_F(HostTest, CairoLocksWithoutTheAudit) {
     EXPECT_EQ(host.Audit().errors, std::vector<std::string>());
   }
 }
+#endif
 
 // The plug-in finds the bitmap context queries in the process, not through the resolver.
 TEST_F(HostTest, ContextQueriesAnswerForLiveContextsOnly) {
