@@ -1,21 +1,22 @@
 // PNGPictureKRV and the one-call openers.
 #include "convert/PNGPicture.h"
+#include "host/Exceptions.h"
+#include "host/HostFacts.h"
 #include "picture/PictureEditor.h"
 #include "plugin/Tables.h"
 #include "reader/PNGReader.h"
 
 namespace {
 
-// The application's limit for every one-call open; Xojo runs user code on one thread, so the
-// openers read what the last assignment left.
-RBInteger gOpenPixelLimit = kDefaultPixelLimit;
-
 void Drop(REALpicture& picture) {
   if (picture) UnlockHandle(picture);
   picture = nullptr;
 }
 
+// A private reader with the application's limit, open on the string or, failing that, the file.
 bool OpenSource(PNGReader& reader, REALfolderItem file, REALstring data) {
+  if (!Init(reader, nullptr, nullptr, nullptr)) return false;
+  reader.pixelLimit = gHost.openPixelLimit;
   if (data && OpenReadString(reader, data)) return true;
   return file && OpenReadFile(reader, file);
 }
@@ -46,13 +47,9 @@ REALobject NewPNGPicture(REALfolderItem file, REALstring data, float gamma) {
 bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float gamma,
              signed char) {
   PNGReader reader;
-  if (!Init(reader, nullptr, nullptr, nullptr)) {
-    Finish(reader);
-    return false;
-  }
+  const bool open = OpenSource(reader, file, data);
   reader.allowDamaged = true;
-  reader.pixelLimit = gOpenPixelLimit;
-  if (OpenSource(reader, file, data) && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
+  if (open && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
     TakePictures(reader, record);
   }
   Finish(reader);
@@ -60,11 +57,11 @@ bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float
 }
 
 RBInteger GetOpenPixelLimit() {
-  return gOpenPixelLimit;
+  return gHost.openPixelLimit;
 }
 
 void SetOpenPixelLimit(RBInteger pixels) {
-  gOpenPixelLimit = pixels;
+  gHost.openPixelLimit = pixels;
 }
 
 void PNGPictureDestructor(REALobject instance) {
@@ -86,6 +83,31 @@ REALobject PNGStringToPNGPictureKRV(REALstring data, float gamma, RBBoolean) {
 
 REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean) {
   return NewPNGPicture(file, nullptr, gamma);
+}
+
+REALpicture OpenAlphaPNG(REALfolderItem file, REALstring data) {
+  if (!HostHasAlphaPictures()) {
+    RaiseException("RuntimeException", kNoAlphaPictures, kREALTextEncodingUTF8, 0);
+    return nullptr;
+  }
+  PNGReader reader;
+  REALpicture result = nullptr;
+  // A negative gamma turns gamma correction off: the picture holds the file's own samples.
+  if (OpenSource(reader, file, data) && ApplyOptions(reader, -1.0, -1.0) &&
+      ReadAlphaPicture(reader)) {
+    result = reader.pict;
+    reader.pict = nullptr;
+  }
+  Finish(reader);
+  return result;
+}
+
+REALpicture PNGStringToAlphaPictureKRV(REALstring data) {
+  return OpenAlphaPNG(nullptr, data);
+}
+
+REALpicture OpenAsAlphaPNGKRV(REALfolderItem file) {
+  return OpenAlphaPNG(file, nullptr);
 }
 
 REALpicture PNGStringToPictureKRV(REALstring data, float gamma, RBBoolean) {

@@ -2,18 +2,15 @@
 // no owner and no event hooks, so libpng's errors only turn into a false result.
 #include "convert/PNGPicture.h"
 #include "host/Exceptions.h"
+#include "host/HostFacts.h"
 #include "writer/PNGWriter.h"
 
 namespace {
 
-// The application's choice for every one-call save; Xojo runs user code on one thread, so the
-// savers read what the last assignment left.
-RBInteger gSaveThreads = 0;
-
 // A private writer record without owner or event hooks, compressing as the application chose.
 bool InitSaver(PNGWriter& w) {
   if (!Init(w, nullptr, nullptr, nullptr)) return false;
-  w.threads = gSaveThreads;
+  w.threads = gHost.saveThreads;
   return true;
 }
 
@@ -21,6 +18,18 @@ bool InitSaver(PNGWriter& w) {
 bool WriteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace, RBInteger filter) {
   return OpenWriteDestination(w, file) && SetHeader(w, interlace, filter, -1) &&
          SetGamma(w, gamma) && WriteInfo(w) && WriteRows(w) && WriteEnd(w);
+}
+
+// Encodes the rows that `load` gives a private writer: into `out` when it is given, else into
+// `file`.
+template <typename Load>
+bool SaveRows(Load load, REALstring* out, REALfolderItem file, float gamma, bool interlace,
+              RBInteger filter) {
+  PNGWriter w;
+  const bool saved = InitSaver(w) && load(w) && WriteImage(w, file, gamma, interlace, filter);
+  if (saved && out) *out = Finish(w);
+  Close(w);
+  return saved;
 }
 
 bool WritePaletteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace,
@@ -63,12 +72,8 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
   // A nil picture is a plain failure here, not the loader's exception; so is a nil folder item
   // where a file was asked for, which would otherwise encode into nowhere and report success.
   if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
-  PNGWriter w;
-  bool saved = InitSaver(w) && LoadRGBPictureToRowPointers(w, picture, mask) &&
-               WriteImage(w, file, gamma, interlace, filter);
-  if (saved && out) *out = Finish(w);
-  Close(w);
-  return saved;
+  return SaveRows([&](PNGWriter& w) { return LoadRGBPictureToRowPointers(w, picture, mask); }, out,
+                  file, gamma, interlace, filter);
 }
 
 bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolderItem file,
@@ -92,12 +97,28 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
   return saved;
 }
 
+bool SaveAlphaPNG(REALpicture picture, REALstring* out, REALfolderItem file, float gamma) {
+  if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
+  return SaveRows([&](PNGWriter& w) { return LoadAlphaPictureToRowPointers(w, picture); }, out,
+                  file, gamma, false, -1);
+}
+
+REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma) {
+  REALstring out = nullptr;
+  SaveAlphaPNG(pic, &out, nullptr, gamma);
+  return out;
+}
+
+RBBoolean SaveAsAlphaPNGKRV(REALfolderItem file, REALpicture pic, float gamma) {
+  return SaveAlphaPNG(pic, nullptr, file, gamma);
+}
+
 RBInteger GetSaveThreads() {
-  return gSaveThreads;
+  return gHost.saveThreads;
 }
 
 void SetSaveThreads(RBInteger threads) {
-  gSaveThreads = threads;
+  gHost.saveThreads = threads;
 }
 
 REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma) {

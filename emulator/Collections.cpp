@@ -1,5 +1,6 @@
 // Memory blocks, arrays and folder items: their records, their entry points and the helpers that
 // let test code make and inspect them.
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -217,7 +218,15 @@ REALproc ArrayGetter(TypeKind element) {
 std::string UrlPath(const std::string& path) {
   static const char kHex[] = "0123456789ABCDEF";
   std::string url = "file://";
+#if defined(_WIN32)
+  // A Windows path's URL: forward slashes, and a slash before the drive, file:///C:/dir/name.
+  std::string forward = path;
+  std::replace(forward.begin(), forward.end(), '\\', '/');
+  if (forward.size() >= 2 && forward[1] == ':') url += '/';
+  for (unsigned char c : forward) {
+#else
   for (unsigned char c : path) {
+#endif
     if (IsUnreserved(c)) {
       url += static_cast<char>(c);
     } else {

@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
+#if !defined(_WIN32)
+#include "emulator/Cairo.h"
+#endif
 
 namespace emu {
 
@@ -63,6 +65,7 @@ int64_t SourceIndex(int64_t start, int64_t span, int64_t i, int64_t n) {
   return start + ((2 * i + 1) * span) / (2 * n);
 }
 
+#if !defined(_WIN32)
 // A cairo surface of alpha 255 − the mask's grey, which cairo masks with as the mask hides.
 struct MaskSurface {
   explicit MaskSurface(const PictureObject& mask) {
@@ -124,6 +127,7 @@ void DrawWithCairo(Host::State& s, cairo_surface_t* dst, const PictureObject& sr
   c.destroy(cr);
   c.flush(dst);
 }
+#endif
 
 // Any other pair of stores: pixel by pixel, source over destination.
 void DrawPixels(Host::State& s, PictureObject& dst, const PictureObject& src, Area to, Area from) {
@@ -152,12 +156,13 @@ void Draw(Host::State& s, PictureObject& dst, const PictureObject& src, Area to,
   if (from.w == kFullSource) from.w = static_cast<int64_t>(src.width) - from.x;
   if (from.h == kFullSource) from.h = static_cast<int64_t>(src.height) - from.y;
   if (to.w <= 0 || to.h <= 0 || from.w <= 0 || from.h <= 0) return;
+#if !defined(_WIN32)
   cairo_surface_t* target = dst.store->CairoSurface();
   if (target != nullptr && src.store->CairoSurface() != nullptr) {
-    DrawWithCairo(s, target, src, to, from);
-  } else {
-    DrawPixels(s, dst, src, to, from);
+    return DrawWithCairo(s, target, src, to, from);
   }
+#endif
+  DrawPixels(s, dst, src, to, from);
 }
 
 void DrawWith(REALobject graphics, REALpicture image, Area to, Area from) {

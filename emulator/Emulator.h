@@ -57,9 +57,11 @@ class Error : public std::runtime_error {
 enum class AppKind { Desktop, Console, Web, None };
 
 // The platform a host plays. It decides how desktop pictures are stored: cairo image surfaces on
-// Linux, bitmap contexts (the Core Graphics stand-in) on macOS. Console and web hosts keep gd
-// images on both.
-enum class Platform { Linux, Mac };
+// Linux, bitmap contexts (the Core Graphics stand-in) on macOS, premultiplied BGRA pixels on
+// modern Windows hosts, GDI+ bitmaps on older Windows hosts. Console and web hosts keep gd images
+// on all. The Windows build of the emulator has no cairo and plays no Linux desktop host; only
+// the Windows build plays Windows hosts.
+enum class Platform { Linux, Mac, Windows, WindowsGdiplus };
 
 struct Profile {
   std::string name;
@@ -80,6 +82,11 @@ struct Profile {
 
 const std::vector<Profile>& BuiltInProfiles();
 const Profile* FindProfile(std::string_view name);  // null for an unknown name
+// The name of a desktop profile of the build's own platform: "linux-desktop-" (Windows:
+// "windows-desktop-") followed by `version`, e.g. "2019.1" or "2019.1-bare".
+std::string DesktopProfileName(std::string_view version);
+// The build's own desktop platform: Linux, or Windows.
+Platform DesktopPlatform();
 
 // ---------------------------------------------------------------------------------------------
 // Values
@@ -383,6 +390,13 @@ enum class Storage { Direct, GetterOnly };
 //   1  R G B A, colour premultiplied by alpha     2  A R G B, premultiplied
 //   3  R G B A                                    4  A R G B
 //   5  R G B x (x ignored)                        6  x R G B
+// Windows desktop hosts keep a picture in 32-bit words 0xAARRGGBB in host byte order, B, G, R, A
+// in memory, rows of width × 4 bytes: modern hosts (Platform::Windows) as premultiplied pixels
+// (format code 9 as cairo's ARGB32, also for pictures without alpha channel, whose alpha is 255),
+// handed out as description type 14, a pointer to the pixels; older hosts (WindowsGdiplus) as
+// GDI+ bitmaps over these words, 32bppPARGB (format code 9) for pictures with alpha channel,
+// 32bppRGB (format code 10 as cairo's RGB24) for the others, handed out as description type 11,
+// the GpBitmap*. GDI+ is Windows' own (Wine's under Wine).
 // Console and web hosts keep a picture in a gd true-colour image (format code 8, description type
 // 10): one int a pixel, 0xAARRGGBB with gd's 7-bit alpha (0 opaque, 127 transparent). Test code
 // may also make gd palette images (format code 0), which the plug-in must refuse to edit. A host
@@ -406,7 +420,7 @@ enum class Storage { Direct, GetterOnly };
 //
 // The plug-in finds the six CGBitmapContextGet... queries with dlsym in the running process:
 // executables that link the emulator must export their symbols (CMake ENABLE_EXPORTS). It finds
-// cairo the same way.
+// cairo the same way, and GDI+ in the loaded gdiplus.dll.
 
 enum class PictureStorage { HostDefault, GdPalette };
 enum class MaskSource { None, Grey, Alpha };
@@ -423,7 +437,8 @@ struct PictureOptions {
 
 // A picture's storage as it lies in memory.
 struct PictureRaw {
-  int format = 0;  // 1..6 bitmap alpha info, 8 gd true colour, 0 gd palette, 9 and 10 cairo
+  // 1..6 bitmap alpha info, 8 gd true colour, 0 gd palette, 9 and 10 cairo and Windows words
+  int format = 0;
   RBInteger rowBytes = 0;
   std::string bytes;  // rows top to bottom, rowBytes each (palette: one index a pixel)
 };

@@ -1,10 +1,15 @@
 // The host itself: start-up with a profile, loading the plug-in, instances of plug-in and host
 // classes, and calls by name or declaration.
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <dlfcn.h>
+
+#include "emulator/Cairo.h"
+#endif
 
 #include <algorithm>
 
-#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -28,6 +33,28 @@ Wanted Named(std::string_view name) {
 Wanted Declared(std::string_view declaration) {
   return [d = std::string(declaration)](const MethodInfo& m) { return m.declaration == d; };
 }
+
+#if defined(_WIN32)
+// The plug-in DLL at the UTF-8 `path`, as a host loads it, and its REALPluginMain.
+REALPluginMainProc LoadLibraryMain(const std::string& path, void** library) {
+  const int count = MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, nullptr, 0);
+  std::wstring wide(count > 0 ? static_cast<size_t>(count) : 1, L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, wide.data(), count);
+  HMODULE module = LoadLibraryW(wide.c_str());
+  if (module == nullptr) {
+    throw Error("cannot load " + path + ": error " + std::to_string(GetLastError()));
+  }
+  *library = module;
+  return reinterpret_cast<REALPluginMainProc>(
+      reinterpret_cast<void*>(GetProcAddress(module, "REALPluginMain")));
+}
+#else
+REALPluginMainProc LoadLibraryMain(const std::string& path, void** library) {
+  *library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (*library == nullptr) throw Error("cannot load " + path + ": " + dlerror());
+  return reinterpret_cast<REALPluginMainProc>(dlsym(*library, "REALPluginMain"));
+}
+#endif
 
 bool ExtendsFolderItem(const MethodInfo& m) {
   const std::vector<Param>& params = m.parsed.params;
@@ -93,7 +120,11 @@ Host::State& Host::Internal() {
 
 void Host::Start(const Profile& profile) {
   if (state_->started) throw Error("the host is already running; call Shutdown first");
+#if defined(_WIN32)
+  if (profile.CairoPictures()) throw Error("the Windows build has no cairo for " + profile.name);
+#else
   if (profile.CairoPictures()) LoadCairo();
+#endif
   state_->profile = profile;
   state_->pictureFormat = 2;
   state_->picturePadding = 0;
@@ -114,10 +145,9 @@ const Profile& Host::CurrentProfile() const {
 
 void Host::LoadPlugin(const std::string& path) {
   if (!state_->started) throw Error("start the host before loading a plug-in");
-  void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw Error("cannot load " + path + ": " + dlerror());
+  void* library = nullptr;
+  REALPluginMainProc main = LoadLibraryMain(path, &library);
   state_->pluginHandles.push_back(library);
-  auto main = reinterpret_cast<REALPluginMainProc>(dlsym(library, "REALPluginMain"));
   if (main == nullptr) throw Error(path + " does not export REALPluginMain");
   state_->lastException.reset();
   state_->RunPlugin([&] { main(Resolver()); });

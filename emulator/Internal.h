@@ -2,8 +2,10 @@
 // reference counts, and the host state that the entry points and the public API share.
 #pragma once
 
-#include <cairo.h>
 #include <ffi.h>
+#if !defined(_WIN32)
+#include <cairo.h>
+#endif
 
 #include <array>
 #include <deque>
@@ -151,14 +153,25 @@ class PixelStore {
   virtual bool Describe(uint32_t type, REALpictureDescription& desc) = 0;
   // An unlock left `openLocks` locks open: what was made for the others is given up.
   virtual LocksEnded EndDescription(long /*openLocks*/) { return {}; }
+#if !defined(_WIN32)
   // The cairo surface of a cairo store, up to date with every pixel written; null for others.
-  virtual cairo_surface_t* CairoSurface() { return nullptr; }
+  virtual cairo_surface_t* CairoSurface() {
+    return nullptr;
+  }
+#endif
 };
 
 // These throw std::bad_alloc when the pixels cannot be had.
+#if defined(_WIN32)
+// Premultiplied B, G, R, A bytes, rows of width × 4 bytes (modern Windows hosts), and GDI+ bitmaps
+// (older ones; GDI+ is started when the first is made).
+std::unique_ptr<PixelStore> NewBgraStore(size_t width, size_t height, bool alpha);
+std::unique_ptr<PixelStore> NewGdiplusStore(size_t width, size_t height, bool alpha);
+#else
 // `audit`: the locks check cairo's dirty mark (Profile::auditCairoLocks).
 std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
                                           bool audit);
+#endif
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha);
 std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette, bool alpha);
@@ -368,6 +381,7 @@ struct Host::State {
   // Gives a picture host storage of that size, its pixels not yet set; std::bad_alloc when too
   // large. NewPicture does the same for a new picture.
   void ConstructPicture(PictureObject& picture, size_t width, size_t height, bool alpha);
+  std::unique_ptr<PixelStore> NewPlatformStore(size_t width, size_t height, bool alpha) const;
   PictureObject* NewPicture(size_t width, size_t height, bool alpha, std::string creator);
   PictureObject* LivePicture(const void* handle);  // null, without a fault, for anything else
   void CheckUnlocked(const PictureObject& picture);
@@ -438,9 +452,11 @@ void GuardVoid(const char* entry, Fn&& body) noexcept {
 ffi_type* FfiType(const TypeRef& type);
 
 // Strings.cpp
-const char* IconvName(uint32_t encoding);
 bool NeedsConversion(uint32_t from, uint32_t to);
 std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to);
+// Converts between two different known encodings; nullopt when the bytes are not text of `from`
+// or cannot be written in `to`. Strings.cpp (iconv) or WindowsText.cpp (code pages).
+std::optional<std::string> Transcode(std::string_view bytes, uint32_t from, uint32_t to);
 
 // Collections.cpp
 std::string UrlPath(const std::string& path);

@@ -179,19 +179,33 @@ bool ValidPictureSize(RBInteger width, RBInteger height) {
 void Host::State::ConstructPicture(PictureObject& picture, size_t width, size_t height,
                                    bool alpha) {
   if (uint64_t{width} * height > picturePixelLimit) throw std::bad_alloc();
-  if (profile.CairoPictures()) {
-    picture.store = NewCairoStore(width, height, picturePadding, alpha, profile.auditCairoLocks);
-  } else if (profile.app == AppKind::Desktop) {
+  picture.store = NewPlatformStore(width, height, alpha);
+  if (picture.store == nullptr && profile.app == AppKind::Desktop) {
     // A context without alpha cannot hold an alpha channel: such pictures use its premultiplied
     // counterpart.
     int alphaInfo = alpha && pictureFormat >= 5 ? pictureFormat - 4 : pictureFormat;
     picture.store = NewBitmapStore(width, height, alphaInfo, picturePadding, alpha);
-  } else {
+  } else if (picture.store == nullptr) {
     picture.store = NewGdStore(width, height, false, alpha);
   }
   picture.width = width;
   picture.height = height;
   picture.alpha = alpha;
+}
+
+// The desktop pictures of Linux and Windows hosts; null for other hosts.
+std::unique_ptr<PixelStore> Host::State::NewPlatformStore(size_t width, size_t height,
+                                                          bool alpha) const {
+  if (profile.app != AppKind::Desktop) return nullptr;
+#if defined(_WIN32)
+  if (profile.platform == Platform::Windows) return NewBgraStore(width, height, alpha);
+  if (profile.platform == Platform::WindowsGdiplus) return NewGdiplusStore(width, height, alpha);
+#else
+  if (profile.platform == Platform::Linux) {
+    return NewCairoStore(width, height, picturePadding, alpha, profile.auditCairoLocks);
+  }
+#endif
+  return nullptr;
 }
 
 PictureObject* Host::State::NewPicture(size_t width, size_t height, bool alpha,

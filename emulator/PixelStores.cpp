@@ -1,25 +1,22 @@
 // The storage behind pictures: the cairo image surfaces of Linux desktop hosts, the bitmap
 // contexts of macOS desktop hosts, which the plug-in reaches through the six bitmap context
-// queries exported below, and the gd images of console and web hosts.
+// queries exported below, and the gd images of console and web hosts. Windows hosts' pictures:
+// WindowsStores.cpp.
 #include <gd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <set>
 
-#include "emulator/Cairo.h"
 #include "emulator/Internal.h"
+#include "emulator/Stores.h"
+#if !defined(_WIN32)
+#include "emulator/Cairo.h"
+#endif
 
 namespace emu {
 
 namespace {
-
-// A picture larger than this is refused as if memory had run out.
-constexpr uint64_t kMaxPictureBytes = uint64_t{1} << 30;
-
-// Row padding starts with this byte, so that a write past the end of a row shows.
-constexpr unsigned char kPaddingByte = 0xA5;
 
 // What the bitmap context queries answer for one context.
 struct BitmapContext {
@@ -36,16 +33,6 @@ std::set<const void*>& LiveContexts() {
   return live;
 }
 
-uint8_t Premultiply(uint8_t c, uint8_t a) {
-  return static_cast<uint8_t>((c * a + 127) / 255);
-}
-
-uint8_t Unpremultiply(uint8_t c, uint8_t a) {
-  if (a == 0) return 0;
-  unsigned v = (c * 255u + a / 2u) / a;
-  return static_cast<uint8_t>(v > 255 ? 255 : v);
-}
-
 // gd keeps 7 bits of transparency; these round to the nearest step both ways.
 uint8_t AlphaFromGd(int gdAlpha) {
   return static_cast<uint8_t>(255 - (gdAlpha * 510 + 127) / 254);
@@ -55,13 +42,7 @@ int GdFromAlpha(uint8_t alpha) {
   return ((255 - alpha) * 254 + 255) / 510;
 }
 
-void CheckSize(size_t width, size_t height, uint64_t bytesPerPixel) {
-  if (width == 0 || height == 0 || width > INT_MAX || height > INT_MAX ||
-      uint64_t{width} * bytesPerPixel * height > kMaxPictureBytes) {
-    throw std::bad_alloc();
-  }
-}
-
+#if !defined(_WIN32)
 // A cairo image surface over rows of our own, so that rows can be longer than the pixels: ARGB32
 // for pictures with alpha channel, RGB24 for the others. Pixels the host writes directly are told
 // to cairo before cairo next uses the surface. The host shows the pixels as cairo paints the
@@ -327,6 +308,7 @@ class CairoStore : public PixelStore {
   mutable bool shownStale_ = true;
   mutable bool shownDirty_ = false;  // written behind cairo's back since it last painted
 };
+#endif
 
 class BitmapStore : public PixelStore {
  public:
@@ -512,10 +494,12 @@ const BitmapContext* FindContext(const void* context) noexcept {
 
 }  // namespace
 
+#if !defined(_WIN32)
 std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
                                           bool audit) {
   return std::make_unique<CairoStore>(width, height, padding, alpha, audit);
 }
+#endif
 
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha) {
@@ -529,8 +513,12 @@ std::unique_ptr<PixelStore> NewGdStore(size_t width, size_t height, bool palette
 }  // namespace emu
 
 // The bitmap context queries the plug-in looks up in the running process. A pointer that is not
-// a live context of this emulator gets 0.
+// a live context of this emulator gets 0. A Windows program exports them as its own functions.
+#if defined(_WIN32)
+#define EMU_EXPORT extern "C" __declspec(dllexport)
+#else
 #define EMU_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
 
 namespace {
 

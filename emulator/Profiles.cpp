@@ -1,4 +1,5 @@
-// The built-in host profiles: the host versions the plug-in branches on, as Linux and as macOS
+// The built-in host profiles: the host versions the plug-in branches on, as desktop hosts of the
+// build's own platform (Linux; Windows, with pictures of modern and of older hosts) and as macOS
 // desktop hosts, the console and web kinds of application, and hosts that lack some services.
 #include "emulator/Internal.h"
 
@@ -32,11 +33,27 @@ std::string VersionText(double version) {
   return text;
 }
 
+// The desktop hosts of the build's own platform.
+#if defined(_WIN32)
+constexpr char kDesktopPrefix[] = "windows-desktop-";
+constexpr Platform kDesktopPlatform = Platform::Windows;
+#else
+constexpr char kDesktopPrefix[] = "linux-desktop-";
+constexpr Platform kDesktopPlatform = Platform::Linux;
+#endif
+
 std::vector<Profile> MakeBuiltIns() {
   std::vector<Profile> profiles;
   for (double v : kVersions) {
-    profiles.push_back(Make("linux-desktop-" + VersionText(v), v, AppKind::Desktop));
+    profiles.push_back(
+        Make(kDesktopPrefix + VersionText(v), v, AppKind::Desktop, kDesktopPlatform));
   }
+#if defined(_WIN32)
+  for (double v : kVersions) {
+    profiles.push_back(
+        Make("windows-gdiplus-" + VersionText(v), v, AppKind::Desktop, Platform::WindowsGdiplus));
+  }
+#endif
   for (double v : kVersions) {
     profiles.push_back(Make("mac-desktop-" + VersionText(v), v, AppKind::Desktop, Platform::Mac));
   }
@@ -46,13 +63,13 @@ std::vector<Profile> MakeBuiltIns() {
   profiles.push_back(Make("web-2019.1", 2019.1, AppKind::Web));
   // Only the older names of the integer property and array services exist.
   profiles.push_back(
-      Make("linux-desktop-2019.1-intfallback", 2019.1, AppKind::Desktop, Platform::Linux,
+      Make(DesktopProfileName("2019.1-intfallback"), 2019.1, AppKind::Desktop, kDesktopPlatform,
            {"REALGetPropValueInteger", "REALSetPropValueInteger", "PluginColorArrayGetProc",
             "PluginIntegerArrayGetProc", "PluginObjectArrayGetProc"}));
   // A host without the optional services: events, property access by name, exceptions, direct
   // array getters and string data records.
   profiles.push_back(
-      Make("linux-desktop-2019.1-bare", 2019.1, AppKind::Desktop, Platform::Linux,
+      Make(DesktopProfileName("2019.1-bare"), 2019.1, AppKind::Desktop, kDesktopPlatform,
            {"GetEventInstance", "REALGetPropValueInteger", "REALGetPropValueInt",
             "REALSetPropValueInteger", "REALSetPropValueInt", "REALGetPropValueBool",
             "REALSetPropValueString", "RuntimeRaiseException", "RuntimeArrayDirectGetGetProc",
@@ -61,6 +78,14 @@ std::vector<Profile> MakeBuiltIns() {
 }
 
 }  // namespace
+
+std::string DesktopProfileName(std::string_view version) {
+  return kDesktopPrefix + std::string(version);
+}
+
+Platform DesktopPlatform() {
+  return kDesktopPlatform;
+}
 
 const std::vector<Profile>& BuiltInProfiles() {
   static const std::vector<Profile> profiles = MakeBuiltIns();

@@ -1,8 +1,11 @@
 // Host strings: bytes with a text encoding, laid out as the legacy string record so that old-host
-// code can read them directly, and the string entry points, converting with glibc's iconv.
+// code can read them directly, and the string entry points, converting with glibc's iconv (on
+// Windows with the system's code pages: WindowsText.cpp).
+#if !defined(_WIN32)
 #include <iconv.h>
 
 #include <cerrno>
+#endif
 #include <cstring>
 
 #include "emulator/Internal.h"
@@ -16,6 +19,7 @@ namespace {
 constexpr size_t kStringPadding = 4;
 constexpr uint32_t kStringDataTag = 0x45534454;
 
+#if !defined(_WIN32)
 class IconvHandle {
  public:
   IconvHandle(const char* to, const char* from) : cd_(iconv_open(to, from)) {}
@@ -48,6 +52,7 @@ std::optional<std::string> RunIconv(const IconvHandle& cd, std::string_view byte
   out.resize(used);
   return out;
 }
+#endif
 
 StringObject* LiveString(Host::State& s, REALstring str, const char* entry) {
   return s.LiveAs<StringObject>(str, ObjectKind::String, entry);
@@ -165,8 +170,8 @@ StringObject::StringObject(std::string_view bytes, uint32_t encoding, std::strin
   if (!bytes.empty()) std::memcpy(buffer.get() + 1, bytes.data(), bytes.size());
   record.usageCount = refs;
   record.data = buffer.get();
-  record.allocated = static_cast<long>(bytes.size() + 1);
-  record.length = static_cast<long>(bytes.size());
+  record.allocated = static_cast<RBInteger>(bytes.size() + 1);
+  record.length = static_cast<RBInteger>(bytes.size());
   record.encoding = encoding;
 }
 
@@ -180,6 +185,14 @@ std::string_view StringObject::Bytes() const {
   if (record.data == nullptr) return {};
   return {reinterpret_cast<const char*>(record.data) + 1, static_cast<size_t>(record.length)};
 }
+
+bool NeedsConversion(uint32_t from, uint32_t to) {
+  // Text without an encoding, or already in the wanted one, is handed over unchanged.
+  return from != to && from != kREALTextEncodingUnknown && to != kREALTextEncodingUnknown;
+}
+
+#if !defined(_WIN32)
+namespace {
 
 const char* IconvName(uint32_t encoding) {
   const bool little = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
@@ -203,19 +216,21 @@ const char* IconvName(uint32_t encoding) {
   }
 }
 
-bool NeedsConversion(uint32_t from, uint32_t to) {
-  // Text without an encoding, or already in the wanted one, is handed over unchanged.
-  return from != to && from != kREALTextEncodingUnknown && to != kREALTextEncodingUnknown;
-}
+}  // namespace
 
-std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to) {
-  if (!NeedsConversion(from, to)) return std::string(bytes);
+std::optional<std::string> Transcode(std::string_view bytes, uint32_t from, uint32_t to) {
   const char* fromName = IconvName(from);
   const char* toName = IconvName(to);
   if (fromName == nullptr || toName == nullptr) return std::nullopt;
   IconvHandle cd(toName, fromName);
   if (!cd.Valid()) return std::nullopt;
   return RunIconv(cd, bytes);
+}
+#endif
+
+std::optional<std::string> Convert(std::string_view bytes, uint32_t from, uint32_t to) {
+  if (!NeedsConversion(from, to)) return std::string(bytes);
+  return Transcode(bytes, from, to);
 }
 
 StringObject* Host::State::NewString(std::string_view bytes, uint32_t encoding,

@@ -1,5 +1,5 @@
-// A host folder item to an open C file. Hosts from hostversion::kNativePathFrom on give the POSIX
-// path as "NativePath"; older hosts only give a file URL as "URLPath".
+// A host folder item to an open C file. Hosts from hostversion::kNativePathFrom on give the native
+// path (POSIX, or a Windows path) as "NativePath"; older hosts only give a file URL as "URLPath".
 #include "host/Files.h"
 
 #include <stdlib.h>
@@ -8,6 +8,8 @@
 #include "host/Text.h"
 #if defined(__APPLE__)
 #include "host/mac/Paths.h"
+#elif defined(_WIN32)
+#include "host/windows/Files.h"
 #endif
 
 namespace {
@@ -44,6 +46,8 @@ bool PathFromFileURL(const char* url, char* out) {
 FILE* OpenPath(const char* path, const char* mode) {
 #if defined(__APPLE__)
   FILE* stream = OpenDecomposedPath(path, mode);
+#elif defined(_WIN32)
+  FILE* stream = OpenUTF8Path(path, mode);
 #else
   FILE* stream = fopen(path, mode);
 #endif

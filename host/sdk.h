@@ -263,7 +263,10 @@ enum {
 enum {
   pictureCGBitmapContext = 8,
   pictureGDPtr = 10,
+  pictureGDIPlusBitmap = 11,  // a GpBitmap*, older Windows hosts
   pictureCairoContext = 12,
+  // Premultiplied B, G, R, A bytes, rows of width × 4 bytes top to bottom: modern Windows hosts.
+  pictureBGRAPixels = 14,
 };
 
 typedef struct REALpictureDescription {
@@ -306,13 +309,14 @@ enum {
 // directly.
 // ---------------------------------------------------------------------------------------------
 
-// A string: the text starts one byte past `data` and runs `length` bytes.
+// A string: the text starts one byte past `data` and runs `length` bytes. Its words are pointer-
+// sized on every platform.
 typedef struct REALstringLegacy {
-  long usageCount;
+  RBInteger usageCount;
   unsigned char* data;
-  long allocated;
-  long length;
-  unsigned long encoding;
+  RBInteger allocated;
+  RBInteger length;
+  uintptr_t encoding;
 } REALstringLegacy;
 
 typedef struct REALmemoryBlockLegacy {

@@ -51,6 +51,7 @@ bool LockDescription(REALpicture picture, REALpictureDescription* description, u
   return false;
 }
 
+#if !defined(_WIN32)
 // The usable pixels of a bitmap context: 32 bits a pixel, a known alpha layout, and rows that
 // hold their pixels (otherwise rows would be read past their end).
 bool UsableContext(const BitmapContextInfo& info) {
@@ -60,7 +61,9 @@ bool UsableContext(const BitmapContextInfo& info) {
          info.bytesPerRow >= info.width * 4;
 }
 
-#if !defined(__APPLE__)
+#endif
+
+#if !defined(__APPLE__) && !defined(_WIN32)
 // Rows that hold their pixels, as for a bitmap context.
 bool UsableSurface(const CairoImageInfo& info) {
   return info.data != nullptr && info.width >= 0 && info.height >= 0 &&
@@ -77,6 +80,25 @@ bool UsableGDImage(const REALpictureDescription& d) {
 }
 
 }  // namespace
+
+const char kNoAlphaPictures[] = "Pictures with an alpha channel need Xojo 2011 Release 4 or later.";
+
+bool HostHasAlphaPictures() {
+  return gHost.version >= hostversion::kAlphaPictureConstructorFrom;
+}
+
+REALpicture NewAlphaPicture(RBInteger width, RBInteger height) {
+  if (!HostHasAlphaPictures()) return nullptr;
+  REALobject object = REALnewInstance("Picture");
+  auto construct = reinterpret_cast<ConstructorProc>(
+      object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
+  if (construct == nullptr) {
+    if (object) REALUnlockObject(object);
+    return nullptr;
+  }
+  construct(object, width, height);
+  return reinterpret_cast<REALpicture>(object);
+}
 
 void CopyPictureResolutions(REALpicture from, REALpicture to) {
   RBInteger vertical = 0;
@@ -96,6 +118,9 @@ void PictureEditor::Release() {
   state = 0;
   if (descriptionLocked) {
     MarkWritten();
+#if defined(_WIN32)
+    if (gdiplus.bitmap) UnlockGdiplusBitmap(&gdiplus);
+#endif
     if (picture) REALUnlockPictureDescription(picture);
     descriptionLocked = false;
   }
@@ -113,7 +138,7 @@ void PictureEditor::Release() {
 // cairo learns of the pixels written behind its back while the context is still locked, before
 // the host draws the surface again.
 void PictureEditor::MarkWritten() {
-#if !defined(__APPLE__)
+#if !defined(__APPLE__) && !defined(_WIN32)
   if (descriptionLocked && forWriting && description.pictureType == pictureCairoContext) {
     MarkCairoContextDirty(description.pictureData);
   }
@@ -185,16 +210,8 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   }
   REALpicture copy = nullptr;
   if (hasAlpha) {
-    if (gHost.version < hostversion::kAlphaPictureConstructorFrom) return false;
-    REALobject object = REALnewInstance("Picture");
-    auto construct = reinterpret_cast<ConstructorProc>(
-        object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
-    if (construct == nullptr) {
-      if (object) REALUnlockObject(object);
-      return false;
-    }
-    construct(object, w, h);
-    copy = reinterpret_cast<REALpicture>(object);
+    copy = NewAlphaPicture(w, h);
+    if (copy == nullptr) return false;
     GraphicsDrawPicture(copy, pic, w, h, w, h);
   } else {
     // The mask is detached for the copy, so the copy holds the picture's own colours.
@@ -214,13 +231,58 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   return ok;
 }
 
-// A desktop picture: a cairo image surface on a Linux host, a bitmap context on macOS.
+// A desktop picture: a cairo image surface on a Linux host, a bitmap context on macOS; on Windows
+// the pixels of a modern host, else a GDI+ bitmap of an older one.
+#if defined(_WIN32)
+bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool) {
+  return GetPictureEditorBGRA(pic) || GetPictureEditorGdiplus(pic);
+}
+
+// Both Windows storages keep 32-bit words 0xAARRGGBB in `format`.
+void PictureEditor::AttachWords(REALpicture pic, unsigned char* data, int32_t w, int32_t h,
+                                int32_t stride, int32_t format) {
+  Attach(pic);
+  rowBytes = stride;
+  width = w;
+  height = h;
+  baseAddress = pixels = data;
+  pixelFormat = format;
+}
+
+bool PictureEditor::GetPictureEditorBGRA(REALpicture pic) {
+  if (!LockDescription(pic, &description, pictureBGRAPixels)) return false;
+  gHost.SettleKind(HostKind::kDesktop);
+  const REALpictureDescription& d = description;
+  if (d.pictureType != pictureBGRAPixels || d.pictureData == nullptr || d.width < 1 ||
+      d.height < 1 || d.width > INT32_MAX / 4) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  AttachWords(pic, static_cast<unsigned char*>(d.pictureData), d.width, d.height, d.width * 4,
+              kPixelFormatPremultipliedWords);
+  return true;
+}
+
+bool PictureEditor::GetPictureEditorGdiplus(REALpicture pic) {
+  if (!LockDescription(pic, &description, pictureGDIPlusBitmap)) return false;
+  gHost.SettleKind(HostKind::kDesktop);
+  if (description.pictureType != pictureGDIPlusBitmap ||
+      !LockGdiplusBitmap(description.pictureData, forWriting, &gdiplus)) {
+    REALUnlockPictureDescription(pic);
+    return false;
+  }
+  AttachWords(pic, gdiplus.data, gdiplus.width, gdiplus.height, gdiplus.stride,
+              gdiplus.premultiplied ? kPixelFormatPremultipliedWords : kPixelFormatStraightWords);
+  return true;
+}
+#else
 bool PictureEditor::GetPictureEditorDesktop(REALpicture pic, bool wantAlpha) {
 #if !defined(__APPLE__)
   if (GetPictureEditorCairo(pic)) return true;
 #endif
   return GetPictureEditorCGBitmapContext(pic, wantAlpha);
 }
+#endif
 
 namespace {
 
@@ -242,7 +304,7 @@ bool LockDesktopContext(REALpicture pic, REALpictureDescription& description, ui
 
 }  // namespace
 
-#if !defined(__APPLE__)
+#if !defined(__APPLE__) && !defined(_WIN32)
 bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
   CairoImageInfo info = {};
   if (!CairoAvailable() || !LockDesktopContext(pic, description, pictureCairoContext,
@@ -259,6 +321,7 @@ bool PictureEditor::GetPictureEditorCairo(REALpicture pic) {
 }
 #endif
 
+#if !defined(_WIN32)
 bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAlpha) {
   BitmapContextInfo info = {};
   if (!LockDesktopContext(pic, description, pictureCGBitmapContext, QueryBitmapContext,
@@ -274,6 +337,7 @@ bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAl
   pixelFormat = static_cast<int32_t>(info.alphaInfo & 7);
   return true;
 }
+#endif
 
 bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
   if (!LockDescription(pic, &description, pictureGDPtr)) return false;
@@ -314,11 +378,22 @@ unsigned char* PictureEditor::RowAddress(RBInteger y) const {
 }
 
 bool PictureWriter::NewPictureWriter(int w, int h) {
-  if (w < 1 || w > kMaxPictureSide || h < 1 || h > kMaxPictureSide) return false;
-  REALpicture fresh = REALNewPicture(w, h, 32);
+  return ValidSides(w, h) && EditNewPicture(REALNewPicture(w, h, 32));
+}
+
+bool PictureWriter::NewAlphaPictureWriter(int w, int h) {
+  return ValidSides(w, h) && EditNewPicture(NewAlphaPicture(w, h));
+}
+
+bool PictureWriter::ValidSides(int w, int h) {
+  return w >= 1 && w <= kMaxPictureSide && h >= 1 && h <= kMaxPictureSide;
+}
+
+bool PictureWriter::EditNewPicture(REALpicture fresh) {
   if (fresh == nullptr) return false;
   const bool ok = GetPictureEditor(fresh, false, true);
   UnlockHandle(fresh);
+  refused = !ok;
   row = 0;
   destination = reinterpret_cast<uint32_t*>(baseAddress);
   return ok;

@@ -1,5 +1,7 @@
 #include "picture/Platform.h"
 
+// Windows hosts' pictures: picture/windows/Gdiplus.cpp.
+#if !defined(_WIN32)
 #include "host/HostFacts.h"
 
 bool QueryBitmapContext(void* context, BitmapContextInfo* info) {
@@ -54,5 +56,7 @@ void MarkCairoContextDirty(void* context) {
   cairo::Surface* surface = f.Complete() ? ImageTarget(f, context) : nullptr;
   if (surface) f.markDirty(surface);
 }
+
+#endif
 
 #endif

@@ -30,7 +30,14 @@ void RegisterAll() {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+// Windows exports what is marked for export; elsewhere what is visible.
+#if defined(_WIN32)
+#define PLUGIN_EXPORT __declspec(dllexport)
+#else
+#define PLUGIN_EXPORT __attribute__((visibility("default")))
+#endif
+
+extern "C" PLUGIN_EXPORT void REALPluginMain(REALResolver resolver) {
   LearnHost(resolver);
   if (resolver == nullptr) return;
   AnnounceControlVersion(resolver);

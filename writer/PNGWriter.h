@@ -157,12 +157,17 @@ bool SetPaletteData(PNGWriter& w, REALarray colors);
 bool SetAlphaData(PNGWriter& w, REALarray alphas, REALarray colors);
 bool SetPalette(PNGWriter& w);
 bool SetAlphas(PNGWriter& w);
+// A text chunk: its key must follow PNG's rules (refused with an Error event otherwise); Latin-1
+// text goes into tEXt, or zTXt when `compressed`, any other into iTXt, compressed or not.
+bool AddText(PNGWriter& w, REALstring key, REALstring value, bool compressed);
 
 // Rows from pictures and memory blocks.
 bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask);
 bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask);
 bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict);
 bool LoadRows(PNGWriter& w, REALarray rows);
+// Straight RGBA rows of a picture with an alpha channel; opaque RGB rows of any other picture.
+bool LoadAlphaPictureToRowPointers(PNGWriter& w, REALpicture pict);
 void ReleaseRows(PNGWriter& w);
 
 // libpng callbacks.
@@ -193,7 +198,9 @@ RBBoolean rbSetPaletteData(REALobject instance, REALarray colors);
 RBBoolean rbSetAlphaData(REALobject instance, REALarray alphas, REALarray colors);
 RBBoolean rbSetPalette(REALobject instance);
 RBBoolean rbSetAlphas(REALobject instance);
+RBBoolean rbAddText(REALobject instance, REALstring key, REALstring value, RBBoolean compressed);
 RBBoolean rbLoadRGBPicture(REALobject instance, REALpicture pict, REALpicture mask);
 RBBoolean rbLoadGrayPicture(REALobject instance, REALpicture pict, REALpicture mask);
 RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict);
 RBBoolean rbLoadRows(REALobject instance, REALarray rows);
+RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict);

@@ -2,10 +2,16 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/stat.h>
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -15,7 +21,7 @@ namespace {
 
 const emu::Profile* SelectedProfile() {
   const char* name = getenv("PNGKRV_HOST");
-  const emu::Profile* profile = emu::FindProfile(name ? name : "linux-desktop-2019.1");
+  const emu::Profile* profile = emu::FindProfile(name ? name : emu::DesktopProfileName("2019.1"));
   if (profile == nullptr) {
     fprintf(stderr, "unknown host profile %s\n", name);
     exit(2);
@@ -56,7 +62,17 @@ bool Desktop() {
 
 std::vector<PictureStorage> PictureStorages() {
   if (!Desktop()) return {{2, 0, 8}};
-  if (Profile().platform == emu::Platform::Linux) return {{2, 0, 10}, {2, 12, 10}};
+  switch (Profile().platform) {
+    case emu::Platform::Linux:
+      return {{2, 0, 10}, {2, 12, 10}};
+    // Windows hosts keep rows without padding: premultiplied pixels, or 32bppRGB GDI+ bitmaps.
+    case emu::Platform::Windows:
+      return {{2, 0, 9}};
+    case emu::Platform::WindowsGdiplus:
+      return {{2, 0, 10}};
+    case emu::Platform::Mac:
+      break;
+  }
   std::vector<PictureStorage> storages;
   for (int alpha = 1; alpha <= 6; ++alpha) {
     storages.push_back({alpha, 0, alpha});
@@ -68,8 +84,8 @@ std::vector<PictureStorage> PictureStorages() {
 std::string PngSuiteDir() {
   const char* dir = getenv("PNGKRV_PNGSUITE");
   std::string path = dir ? dir : PNGSUITE_DEFAULT_DIR;
-  struct stat st;
-  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? path : std::string();
+  std::error_code error;
+  return std::filesystem::is_directory(path, error) ? path : std::string();
 }
 
 Reader::Reader() {
@@ -119,6 +135,32 @@ samples::Bytes MaskOf(const samples::Bytes& rgba) {
   return mask;
 }
 
+#if defined(_WIN32)
+ToolRun RunTool(const std::string& arguments) {
+  ToolRun run;
+  // cmd.exe, which runs the command, takes the program's path with backslashes.
+  std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
+  std::replace(command.begin(), command.begin() + strlen(PNGKRV_TOOL_PATH), '/', '\\');
+  FILE* pipe = _popen(command.c_str(), "r");  // text: the lines end as on Linux
+  if (pipe == nullptr) return run;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+  run.status = _pclose(pipe);
+  return run;
+}
+
+TempFile::TempFile(const samples::Bytes& contents) {
+  wchar_t dir[MAX_PATH + 1];
+  wchar_t name[MAX_PATH + 1];
+  if (GetTempPathW(MAX_PATH + 1, dir) == 0 || GetTempFileNameW(dir, L"krv", 0, name) == 0) {
+    ADD_FAILURE() << "no temporary file";
+    return;
+  }
+  path = std::filesystem::path(name).u8string();
+  samples::WriteFile(path, contents);
+}
+#else
 ToolRun RunTool(const std::string& arguments) {
   ToolRun run;
   const std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
@@ -139,9 +181,11 @@ TempFile::TempFile(const samples::Bytes& contents) {
   path = name;
   samples::WriteFile(path, contents);
 }
+#endif
 
 TempFile::~TempFile() {
-  unlink(path.c_str());
+  std::error_code error;
+  std::filesystem::remove(std::filesystem::u8path(path), error);
 }
 
 // The entry points a real host serves, by resolver name. A plug-in that asks for anything else

@@ -24,7 +24,8 @@ bool Desktop();
 // A storage new pictures of this host come in: the alpha info and row padding set on the host
 // (SetPictureFormat), and the pixel format the picture is then stored in. Linux desktop hosts:
 // cairo RGB24, with and without row padding; macOS desktop hosts: the six bitmap-context layouts,
-// each with and without padding; elsewhere gd true colour.
+// each with and without padding; Windows desktop hosts: their one layout; elsewhere gd true
+// colour.
 struct PictureStorage {
   int alphaInfo, padding, format;
 };

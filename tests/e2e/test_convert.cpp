@@ -1,6 +1,8 @@
 // The one-call conversions between PNG data or files and pictures, with masks and palettes.
 #include <math.h>
 
+#include <filesystem>
+
 #include "tests/e2e/test_writer_helpers.h"
 
 namespace e2e {
@@ -132,6 +134,23 @@ TEST_F(Convert, EveryOpenerTakesItsGamma) {
       }
     }
   }
+}
+
+// A file named beyond ASCII (a, umlaut; a CJK character; an emoji) is saved and opened under that
+// very name: the host gives paths as UTF-8 text (old hosts as file URLs), which reach the file
+// system whole, on Windows through the wide-character functions.
+TEST_F(Convert, FileNamesBeyondAscii) {
+  const TempFile marker({});
+  const std::string path = marker.path + "-\xC3\xA4\xE6\x97\xA5\xF0\x9F\x98\x80.png";
+  const Bytes rgba = {200, 100, 50, 255, 1, 2, 3, 255};
+  const emu::Value item = Host().MakeFolderItem(path);
+  ASSERT_TRUE(
+      Host().Call(item, "SaveAsPNGKRV", {Host().MakePicture(2, 1, Text(rgba))}).AsBoolean());
+  EXPECT_TRUE(std::filesystem::exists(std::filesystem::u8path(path)));
+  emu::Value opened = Host().Call(item, "OpenAsPNGKRV");
+  if (Host().ClassName(opened) == "PNGPictureKRV") opened = Prop(opened, "Pict");
+  EXPECT_EQ(Rgba(opened), rgba);
+  std::filesystem::remove(std::filesystem::u8path(path));
 }
 
 // Overloads without a mask save the picture's own; those without Interlace and FilterType write no

@@ -18,8 +18,15 @@ using samples::Bytes;
 
 // Bytes the allocator has handed out and not been given back.
 size_t BytesInUse() {
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__)
   return __sanitizer_get_current_allocated_bytes();
+#elif defined(_WIN32)
+  _HEAPINFO entry{};
+  size_t used = 0;
+  while (_heapwalk(&entry) == _HEAPOK) {
+    if (entry._useflag == _USEDENTRY) used += entry._size;
+  }
+  return used;
 #else
   const struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd;

@@ -14,7 +14,7 @@ std::vector<std::string> SuiteFiles() {
   std::vector<std::string> files;
   if (PngSuiteDir().empty()) return files;
   for (const auto& entry : std::filesystem::directory_iterator(PngSuiteDir())) {
-    if (entry.path().extension() == ".png") files.push_back(entry.path().filename());
+    if (entry.path().extension() == ".png") files.push_back(entry.path().filename().u8string());
   }
   std::sort(files.begin(), files.end());
   return files;
@@ -54,7 +54,7 @@ TEST_F(PngSuite, ToolInfo) {
   EXPECT_EQ(info.status, 0);
   EXPECT_EQ(info.output,
             "width: 32\nheight: 32\nbit_depth: 2\ncolor_type: 2\ninterlace_type: 1\npasses: 7\n"
-            "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\n");
+            "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\ntext: none\n");
 }
 
 }  // namespace

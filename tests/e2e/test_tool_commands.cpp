@@ -97,6 +97,8 @@ TEST_F(ToolCommands, FailuresAndUsage) {
       {"save --8bit --mask" + pair, 2, ""},
       {"save --8bit" + pair, 1, "more than 256 colours"},
       {"decode --via pipe" + pair, 2, ""},
+      {"decode --via alpha-string --gamma 1" + pair, 2, ""},
+      {"save --alpha --mask" + pair, 2, ""},
       {"decode " + colourful.path, 2, ""},
       {"decode --via file /nonexistent.png " + out.path + pair, 1,
        "/nonexistent.png: no picture decoded"},
@@ -154,18 +156,19 @@ TEST_F(ToolRegistry, ListsWhatThePluginRegistered) {
 }
 
 TEST_F(ToolCommands, DemoSavesEveryExampleAgain) {
-  char name[] = "/tmp/pngkrv-demo-XXXXXX";
-  ASSERT_NE(mkdtemp(name), nullptr);
-  const std::filesystem::path dir = name;
+  // A folder named after a new temporary file is new too.
+  const TempFile marker({});
+  const std::filesystem::path dir = std::filesystem::u8path(marker.path + ".d");
+  ASSERT_TRUE(std::filesystem::create_directory(dir));
   const ToolRun run =
-      RunTool("demo --examples " + (dir / "in").string() + " --out " + (dir / "out").string());
+      RunTool("demo --examples " + (dir / "in").u8string() + " --out " + (dir / "out").u8string());
   EXPECT_EQ(run.status, 0) << run.output;
   size_t examples = 0;
   for (const auto& entry : std::filesystem::directory_iterator(dir / "in")) {
-    const std::string file = entry.path().filename();
+    const std::string file = entry.path().filename().u8string();
     ++examples;
     EXPECT_NE(run.output.find(file), std::string::npos) << file;
-    EXPECT_EQ(Pixels((dir / "out" / file).string()), Pixels(entry.path())) << file;
+    EXPECT_EQ(Pixels((dir / "out" / file).u8string()), Pixels(entry.path().u8string())) << file;
   }
   EXPECT_EQ(examples, 7u);
   std::filesystem::remove_all(dir);

@@ -57,13 +57,19 @@ Bytes Expected(bool grey, bool alpha) {
   return out;
 }
 
-// The host's storages of new pictures, and on Linux desktop hosts each again for pictures with an
-// alpha channel: cairo ARGB32 (9) where the others are RGB24.
+// Desktop hosts that keep the colour of pictures with an alpha channel premultiplied.
+bool PremultipliedAlphaPictures() {
+  return Desktop() && Profile().platform != emu::Platform::Mac;
+}
+
+// The host's storages of new pictures, and on Linux and Windows desktop hosts each again for
+// pictures with an alpha channel: cairo ARGB32 (9) where the others are RGB24, the same words on
+// modern Windows hosts, 32bppPARGB (9) where the other GDI+ bitmaps are 32bppRGB.
 std::vector<std::pair<PictureStorage, bool>> Storages() {
   std::vector<std::pair<PictureStorage, bool>> storages;
   for (const PictureStorage& s : PictureStorages()) {
     storages.push_back({s, false});
-    if (Desktop() && Profile().platform == emu::Platform::Linux) {
+    if (PremultipliedAlphaPictures()) {
       storages.push_back({{s.alphaInfo, s.padding, 9}, true});
     }
   }
@@ -96,6 +102,18 @@ TEST_F(WriterPictures, LoadersOverEveryPixelStorage) {
     SetHeaderAndPalette(w);
     EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rows, std::vector<Bytes>({{5, 1, 4}, {0, 3, 0}}));
   }
+}
+
+// The colour of a translucent pixel is saved as its host keeps it, premultiplied by alpha.
+TEST_F(WriterPictures, TranslucentColoursAsStored) {
+  if (!PremultipliedAlphaPictures()) GTEST_SKIP() << "pictures of this host keep no such colour";
+  emu::PictureOptions alpha;
+  alpha.alphaChannel = true;
+  const emu::Value picture = Host().MakePicture(2, 1, "\xC8\x64\x32\x80\x01\x02\x03\xFF", alpha);
+  Writer w;
+  ASSERT_TRUE(w.Ok("SetRGBPicture", {picture, kNil}));
+  SetHeaderAndPalette(w);
+  EXPECT_EQ(ReadWithLibpng(WriteStream(w)).rgba, (Bytes{100, 50, 25, 255, 1, 2, 3, 255}));
 }
 
 TEST_F(WriterPictures, BadPicturesAndMasks) {

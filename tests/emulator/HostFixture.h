@@ -12,6 +12,13 @@ Fn Entry(const char* name) {
   return reinterpret_cast<Fn>(emu::Host::Resolver()(name));
 }
 
+// The description type of the pictures of the build's own desktop hosts.
+#if defined(_WIN32)
+constexpr uint32_t kDesktopType = pictureBGRAPixels;
+#else
+constexpr uint32_t kDesktopType = pictureCairoContext;
+#endif
+
 inline REALpicture NewPicture(RBInteger width, RBInteger height = 1) {
   return Entry<NewPictureProc>("newPicture")(width, height, 32);
 }
@@ -29,14 +36,16 @@ inline void Unlock(REALpicture picture) {
 
 class HostTest : public ::testing::Test {
  protected:
-  void SetUp() override { Restart("linux-desktop-2019.1"); }
+  void SetUp() override { Restart(emu::DesktopProfileName("2019.1")); }
   void TearDown() override {
     const emu::AuditReport report = host.Audit();
     EXPECT_TRUE(report.Clean()) << report.Format();
   }
-  void Restart(const char* profile) {
+  void Restart(const std::string& profile) {
     host.Shutdown();
-    host.Start(*emu::FindProfile(profile));
+    const emu::Profile* found = emu::FindProfile(profile);
+    ASSERT_NE(found, nullptr) << profile;
+    host.Start(*found);
   }
 
   emu::Host& host = emu::Host::Instance();

@@ -101,9 +101,8 @@ const Fault kFaults[] = {
        Entry<PictureGraphicsGetterProc>("pluginPictureGraphicsGetter")(
            Picture(1).As<REALpicture>());
      }},
-    {"left locked", [] { Lock(NewPicture(1), pictureCairoContext); }},
-    {"freed with its description locked",
-     [] { Lock(Picture(1).As<REALpicture>(), pictureCairoContext); }},
+    {"left locked", [] { Lock(NewPicture(1), kDesktopType); }},
+    {"freed with its description locked", [] { Lock(Picture(1).As<REALpicture>(), kDesktopType); }},
     {"description is not locked", [] { Unlock(Picture(1).As<REALpicture>()); }},
     {"the mask must be another picture of the picture's size",
      [] { SetMask(Picture(2), Picture(3)); }},
@@ -137,16 +136,16 @@ const Fault kFaults[] = {
 TEST_F(HostTest, AuditReportsEveryFault) {
   for (const Fault& fault : kFaults) {
     SCOPED_TRACE(fault.reported);
-    Restart("linux-desktop-2019.1");
+    Restart(emu::DesktopProfileName("2019.1"));
     fault.commit();
     const std::string report = host.Audit().Format();
     EXPECT_NE(report.find(fault.reported), std::string::npos) << report;
   }
   // Hosts before 2012 keep a failed lock until it is unlocked.
-  Restart("linux-desktop-2011.5");
+  Restart(emu::DesktopProfileName("2011.5"));
   EXPECT_FALSE(Lock(NewPicture(1), pictureGDPtr));
   EXPECT_NE(host.Audit().Format().find("left locked"), std::string::npos);
-  Restart("linux-desktop-2019.1");  // drops what the faults left behind
+  Restart(emu::DesktopProfileName("2019.1"));  // drops what the faults left behind
 }
 
 }  // namespace

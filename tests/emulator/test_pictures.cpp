@@ -1,6 +1,12 @@
 // The picture stores against the hosts' layouts: a store wrong both ways would pass end to end.
+#if defined(_WIN32)
+#include <windows.h>
+// GDI+ after the Windows declarations it builds on.
+#include <gdiplus.h>
+#else
 #include <cairo.h>
 #include <dlfcn.h>
+#endif
 
 #include "tests/emulator/HostFixture.h"
 
@@ -33,10 +39,19 @@ struct Stored {
 // One pixel of colour 200, 100, 50 at alpha 128, stored premultiplied (rounded to 100, 50, 25,
 // read back as 199, 100, 50) or not, in 7-bit gd alpha (63, read back as 129) on gd images. cairo
 // keeps rows of whole words and the words in host byte order (this machine's is little-endian);
-// the ignored top byte of RGB24 carries the marker.
+// the ignored top byte of RGB24 carries the marker. Windows hosts keep the same words in rows
+// without padding: modern hosts with alpha 255 in opaque pictures, older ones (GDI+ 32bppRGB) with
+// the marker.
 const Stored kStores[] = {
+#if defined(_WIN32)
+    {"windows-desktop-2019.1", 0, true, 9, 4, 0, "\x19\x32\x64\x80", {199, 100, 50, 128}},
+    {"windows-desktop-2019.1", 0, false, 9, 4, 0, "\x32\x64\xC8\xFF", {200, 100, 50, 255}},
+    {"windows-gdiplus-2019.1", 0, true, 9, 4, 0, "\x19\x32\x64\x80", {199, 100, 50, 128}},
+    {"windows-gdiplus-2019.1", 0, false, 10, 4, 0, "\x32\x64\xC8\xA5", {200, 100, 50, 255}},
+#else
     {"linux-desktop-2019.1", 0, true, 9, 8, 0, "\x19\x32\x64\x80", {199, 100, 50, 128}},
     {"linux-desktop-2019.1", 0, false, 10, 8, 0, "\x32\x64\xC8\xA5", {200, 100, 50, 255}},
+#endif
     {"mac-desktop-2019.1", 1, true, 1, 7, 0, "\x64\x32\x19\x80", {199, 100, 50, 128}},
     {"mac-desktop-2019.1", 2, true, 2, 7, 0, "\x80\x64\x32\x19", {199, 100, 50, 128}},
     {"mac-desktop-2019.1", 3, true, 3, 7, 0, "\xC8\x64\x32\x80", {200, 100, 50, 128}},
@@ -75,7 +90,14 @@ TEST_F(HostTest, MaskGreyIsTransparencyBlackOpaque) {
   masked.mask = emu::MaskSource::Grey;
   masked.maskGrey = "\x00\x80\xFF"s;
   const Px c{10, 20, 30, 255};
-  for (const char* profile : {"linux-desktop-2019.1", "mac-desktop-2019.1", "console-2019.1"}) {
+  for (const char* profile : {
+#if defined(_WIN32)
+         "windows-desktop-2019.1", "windows-gdiplus-2019.1",
+#else
+           "linux-desktop-2019.1",
+#endif
+             "mac-desktop-2019.1", "console-2019.1"
+       }) {
     SCOPED_TRACE(profile);
     Restart(profile);
     emu::Value pic = host.MakePicture(3, 1, Bytes({c, c, c}), masked);
@@ -85,14 +107,19 @@ TEST_F(HostTest, MaskGreyIsTransparencyBlackOpaque) {
   }
 }
 
-// A function of the process, as the plug-in finds the cairo and bitmap context functions.
+// A function of the process, as the plug-in finds the cairo and bitmap context functions (on
+// Windows, a function the program exports).
 template <typename Fn>
 Fn Sym(const char* name) {
+#if defined(_WIN32)
+  auto fn = reinterpret_cast<Fn>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(nullptr), name)));
+#else
   auto fn = reinterpret_cast<Fn>(dlsym(RTLD_DEFAULT, name));
+#endif
   EXPECT_NE(fn, nullptr) << name;
   return fn;
 }
-#define CAIRO(fn) Sym<decltype(&fn)>(#fn)
 
 template <typename R>
 R Query(const char* name, void* context) {
@@ -103,19 +130,72 @@ R Query(const char* name, void* context) {
 // Each host describes its pictures as its own type only.
 TEST_F(HostTest, PicturesAreDescribedAsTheHostsOwnType) {
   const std::pair<const char*, uint32_t> kOwnType[] = {
-      {"linux-desktop-2019.1", pictureCairoContext},
-      {"mac-desktop-2019.1", pictureCGBitmapContext},
-      {"console-2019.1", pictureGDPtr}};
+#if defined(_WIN32)
+    {"windows-desktop-2019.1", pictureBGRAPixels},
+    {"windows-gdiplus-2019.1", pictureGDIPlusBitmap},
+#else
+    {"linux-desktop-2019.1", pictureCairoContext},
+#endif
+    {"mac-desktop-2019.1", pictureCGBitmapContext},
+    {"console-2019.1", pictureGDPtr}
+  };
   for (const auto& [profile, own] : kOwnType) {
     Restart(profile);
     emu::Value pic = Picture(2, 2);
-    for (uint32_t type : {pictureCGBitmapContext, pictureGDPtr, pictureCairoContext}) {
+    for (uint32_t type : {pictureCGBitmapContext, pictureGDPtr, pictureGDIPlusBitmap,
+                          pictureCairoContext, pictureBGRAPixels}) {
       const bool locked = Lock(pic.As<REALpicture>(), type);
       EXPECT_EQ(locked, type == own) << profile << " type " << type;
       if (locked) Unlock(pic.As<REALpicture>());
     }
   }
 }
+
+#if defined(_WIN32)
+// A modern Windows host hands out the picture's own pixels; an older one a GDI+ bitmap whose bits,
+// locked through GDI+ in any 32-bit format, are the picture's.
+TEST_F(HostTest, WindowsPicturesAreTheirPixels) {
+  emu::PictureOptions withAlpha;
+  withAlpha.alphaChannel = true;
+  const std::string pixels = Bytes({{200, 100, 50, 128}, {1, 2, 3, 255}});
+  emu::Value pic = host.MakePicture(2, 1, pixels, withAlpha);
+  REALpictureDescription desc{};
+  ASSERT_TRUE(Lock(pic.As<REALpicture>(), pictureBGRAPixels, &desc));
+  EXPECT_EQ(std::string(static_cast<const char*>(desc.pictureData), 8),
+            "\x19\x32\x64\x80\x03\x02\x01\xFF");
+  static_cast<unsigned char*>(desc.pictureData)[6] = 0x11;  // the red byte of pixel (1, 0)
+  Unlock(pic.As<REALpicture>());
+  EXPECT_EQ(uint8_t(host.PictureRgba(pic)[4]), 0x11);
+
+  namespace gp = Gdiplus::DllExports;
+  // Bits as locked: a picture with alpha in its own premultiplied words, an opaque one as straight
+  // words, whose ignored byte GDI+ turns into alpha 255.
+  const std::tuple<bool, Gdiplus::PixelFormat, std::string> kLocked[] = {
+      {true, PixelFormat32bppPARGB, "\x19\x32\x64\x80\x03\x02\x01\xFF"},
+      {false, PixelFormat32bppARGB, "\x32\x64\xC8\xFF\x03\x02\x01\xFF"}};
+  Restart("windows-gdiplus-2019.1");
+  for (const auto& [alpha, format, locked] : kLocked) {
+    SCOPED_TRACE(alpha ? "with alpha" : "opaque");
+    emu::PictureOptions options;
+    options.alphaChannel = alpha;
+    emu::Value bitmap = host.MakePicture(2, 1, pixels, options);
+    ASSERT_TRUE(Lock(bitmap.As<REALpicture>(), pictureGDIPlusBitmap, &desc));
+    auto* gdiplus = static_cast<Gdiplus::GpBitmap*>(desc.pictureData);
+    const Gdiplus::GpRect all(0, 0, 2, 1);
+    Gdiplus::BitmapData data{};
+    ASSERT_EQ(
+        gp::GdipBitmapLockBits(
+            gdiplus, &all, Gdiplus::ImageLockModeRead | Gdiplus::ImageLockModeWrite, format, &data),
+        Gdiplus::Ok);
+    EXPECT_EQ(std::string(static_cast<const char*>(data.Scan0), 8), locked);
+    static_cast<unsigned char*>(data.Scan0)[6] = 0x11;
+    gp::GdipBitmapUnlockBits(gdiplus, &data);
+    Unlock(bitmap.As<REALpicture>());
+    EXPECT_EQ(uint8_t(host.PictureRgba(bitmap)[4]), 0x11);
+  }
+}
+#else
+#define CAIRO(fn) Sym<decltype(&fn)>(#fn)
 
 // How pixels written into a locked cairo surface were told to cairo.
 enum class Mark { None, Surface, Rectangle, AfterUnlock };
@@ -213,6 +293,7 @@ TEST_F(HostTest, CairoLocksWithoutTheAudit) {
     EXPECT_EQ(host.Audit().errors, std::vector<std::string>());
   }
 }
+#endif
 
 // The plug-in finds the bitmap context queries in the process, not through the resolver.
 TEST_F(HostTest, ContextQueriesAnswerForLiveContextsOnly) {

@@ -10,7 +10,7 @@ TEST_F(HostTest, ProfilesWithholdNamesTheHostOtherwiseHas) {
   for (const emu::Profile& profile : emu::BuiltInProfiles()) {
     for (const std::string& name : profile.withheld) {
       SCOPED_TRACE(profile.name + " " + name);
-      Restart("linux-desktop-2019.1");
+      Restart(emu::DesktopProfileName("2019.1"));
       EXPECT_NE(Entry<void*>(name.c_str()), nullptr);  // or withholding it tests nothing
       Restart(profile.name.c_str());
       EXPECT_EQ(Entry<void*>(name.c_str()), nullptr);
@@ -19,7 +19,7 @@ TEST_F(HostTest, ProfilesWithholdNamesTheHostOtherwiseHas) {
 }
 
 TEST_F(HostTest, FallbacksStayWhereTheirPrimaryNamesAreWithheld) {
-  Restart("linux-desktop-2019.1-intfallback");
+  Restart(emu::DesktopProfileName("2019.1-intfallback"));
   for (const char* name : {"REALGetPropValueInt", "REALSetPropValueInt",
                            "RuntimeArrayDirectGetGetProc", "RuntimeUBound"}) {
     EXPECT_NE(Entry<void*>(name), nullptr) << name;
@@ -27,7 +27,7 @@ TEST_F(HostTest, FallbacksStayWhereTheirPrimaryNamesAreWithheld) {
 }
 
 TEST_F(HostTest, EveryLookupIsCountedWithheldOrUnknown) {
-  Restart("linux-desktop-2019.1-bare");
+  Restart(emu::DesktopProfileName("2019.1-bare"));
   for (const char* name : {"REALBuildString", "GetEventInstance", "NoSuchEntry"}) {
     EXPECT_EQ(host.LookupCount(name), 0u) << name;
     Entry<void*>(name);

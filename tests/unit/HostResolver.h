@@ -43,7 +43,7 @@ class HostTest : public ::testing::Test {
   }
   // Restarts the host as one of this version and kind.
   void Use(double version, emu::AppKind app = emu::AppKind::Desktop,
-           emu::Platform platform = emu::Platform::Linux) {
+           emu::Platform platform = emu::DesktopPlatform()) {
     emu::Profile profile;
     profile.name = "unit";
     profile.version = version;

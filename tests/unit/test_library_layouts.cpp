@@ -1,6 +1,8 @@
 // The plug-in declares what it reads of gd and cairo itself; here those declarations meet the
 // libraries' own headers.
+#if !defined(_WIN32)
 #include <cairo.h>
+#endif
 #include <gd.h>
 #include <gtest/gtest.h>
 #include <stddef.h>
@@ -58,6 +60,8 @@ TEST(LibraryLayouts, GdImageRecord) {
 }
 #undef SAME_OFFSET
 
+// No Windows host keeps its pictures in cairo, and the Windows build has no cairo header.
+#if !defined(_WIN32)
 // cairo's enumerations are passed as int, with cairo's values.
 TEST(LibraryLayouts, CairoConstants) {
   EXPECT_EQ(sizeof(cairo_format_t), sizeof(int));
@@ -68,5 +72,6 @@ TEST(LibraryLayouts, CairoConstants) {
   EXPECT_EQ(cairo::kFormatARGB32, CAIRO_FORMAT_ARGB32);
   EXPECT_EQ(cairo::kFormatRGB24, CAIRO_FORMAT_RGB24);
 }
+#endif
 
 }  // namespace

@@ -5,11 +5,18 @@
 #include <string>
 
 #include "convert/PNGPicture.h"
+#include "reader/PNGReader.h"
 #include "tests/unit/HostResolver.h"
+#include "tools/samples/Samples.h"
 
 namespace {
 
+// The desktop hosts whose pictures the plug-in built here edits directly.
+#if defined(_WIN32)
+const emu::Platform kDesktops[] = {emu::Platform::Windows, emu::Platform::WindowsGdiplus};
+#else
 const emu::Platform kDesktops[] = {emu::Platform::Linux, emu::Platform::Mac};
+#endif
 
 // What reading a picture through a drawn copy gave, and what it left on the picture.
 struct Read {
@@ -42,8 +49,8 @@ class Pictures : public unittest::HostTest {
   static REALpicture P(const emu::Value& v) { return v.As<REALpicture>(); }
   // The red byte of the first pixel of row `y`, by the editor's pixel format (little-endian).
   static uint8_t Red(const PictureEditor& editor, RBInteger y) {
-    static const std::map<int32_t, int> kRedByte = {{1, 0}, {2, 1}, {3, 0}, {4, 1}, {5, 0},
-                                                    {6, 1}, {8, 2}, {9, 2}, {10, 2}};
+    static const std::map<int32_t, int> kRedByte = {{1, 0}, {2, 1}, {3, 0}, {4, 1},  {5, 0},
+                                                    {6, 1}, {8, 2}, {9, 2}, {10, 2}, {11, 2}};
     return editor.RowAddress(y)[kRedByte.at(editor.pixelFormat)];
   }
   static RBInteger Resolution(const emu::Value& v, const char* name) {
@@ -247,12 +254,46 @@ TEST_F(Pictures, AlphaPicturesAreCopiedFrom2011_04) {
   }
 }
 
+#if defined(_WIN32)
+std::vector<std::string> gErrors;
+
+void CollectError(REALobject, REALstring message) {
+  gErrors.push_back(emu::Value::RetainString(message).Text());
+}
+
+// A desktop host that hands out neither its pictures' pixels nor GDI+ bitmaps (here a macOS host,
+// whose bitmap contexts the plug-in built for Windows does not reach): ReadPicture fails and says
+// why, where a Windows host's pictures are written.
+TEST_F(Pictures, ReadPictureTellsWhenPicturesCannotBeWritten) {
+  const samples::Bytes png = samples::Encode(samples::Pattern(3, 2, 8, 2, false));
+  const std::pair<emu::Platform, std::vector<std::string>> kCases[] = {
+      {emu::Platform::Windows, {}},
+      {emu::Platform::Mac, {"The host's pictures cannot be written to."}}};
+  for (const auto& [platform, errors] : kCases) {
+    SCOPED_TRACE(int(platform));
+    Use(2019.1, emu::AppKind::Desktop, platform);
+    gErrors.clear();
+    int owner = 0;
+    PNGReader r;
+    ASSERT_TRUE(Init(r, reinterpret_cast<REALobject>(&owner), CollectError, nullptr));
+    const emu::Value data =
+        host().MakeString(std::string_view(reinterpret_cast<const char*>(png.data()), png.size()),
+                          kREALTextEncodingUnknown);
+    ASSERT_TRUE(OpenReadString(r, data.AsString()));
+    ASSERT_TRUE(ApplyOptions(r, 0.0, -1.0));
+    EXPECT_EQ(ReadPicture(r), errors.empty());
+    EXPECT_EQ(gErrors, errors);
+    Finish(r);
+  }
+}
+#endif
+
 // Hosts before 2012.0 keep a picture locked after a failed lock until it is unlocked; later hosts
 // take that unlock for a fault, which the audit reports (ReadOn checks it).
 TEST_F(Pictures, FailedLocksAreUndoneBefore2012) {
   for (double version : {2011.99, 2012.0}) {
     for (emu::AppKind app : {emu::AppKind::Console, emu::AppKind::Desktop}) {
-      const Read r = ReadOn(version, app, emu::Platform::Linux, Typed(1));
+      const Read r = ReadOn(version, app, kDesktops[0], Typed(1));
       EXPECT_GE(r.lockCalls, 1) << version << " app " << int(app);
       EXPECT_EQ(r.openLocks, 0) << version << " app " << int(app);
     }
@@ -263,11 +304,11 @@ TEST_F(Pictures, FailedLocksAreUndoneBefore2012) {
 // and web the gd route, a host of no known kind all three and the gd copy drawing falls back to.
 TEST_F(Pictures, HostKindChoosesTheRoutes) {
   const std::tuple<emu::AppKind, emu::Platform, long> cases[] = {
-      {emu::AppKind::Desktop, emu::Platform::Linux, 2},
-      {emu::AppKind::Desktop, emu::Platform::Mac, 2},
-      {emu::AppKind::Console, emu::Platform::Linux, 1},
-      {emu::AppKind::Web, emu::Platform::Linux, 1},
-      {emu::AppKind::None, emu::Platform::Linux, 4}};
+      {emu::AppKind::Desktop, kDesktops[0], 2},
+      {emu::AppKind::Desktop, kDesktops[1], 2},
+      {emu::AppKind::Console, kDesktops[0], 1},
+      {emu::AppKind::Web, kDesktops[0], 1},
+      {emu::AppKind::None, kDesktops[0], 4}};
   for (const auto& [app, platform, lockCalls] : cases) {
     EXPECT_EQ(ReadOn(2019.1, app, platform, Typed(1)).lockCalls, lockCalls)
         << "app " << int(app) << " platform " << int(platform);

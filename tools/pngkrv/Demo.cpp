@@ -2,8 +2,7 @@
 // each with "PNGStringToPNGPictureKRV", saves the picture and mask again with
 // "PictureToPNGStringKRV" into an output folder, and checks that the new PNG decodes to the same
 // pixels. Prints one table row per example.
-#include <sys/stat.h>
-
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 
@@ -104,8 +103,9 @@ Outcome RoundTrip(Session& session, const samples::Bytes& png, const std::string
 int Demo(Session& session, const Options& options) {
   const std::string examplesDir = options.Text("--examples", "examples");
   const std::string outDir = options.Text("--out", "demo-output");
-  mkdir(examplesDir.c_str(), 0755);
-  mkdir(outDir.c_str(), 0755);
+  std::error_code error;
+  std::filesystem::create_directory(std::filesystem::u8path(examplesDir), error);
+  std::filesystem::create_directory(std::filesystem::u8path(outDir), error);
   std::cout << "Examples in " << examplesDir << "/, saved again in " << outDir << "/\n\n";
   std::vector<std::string> titles;
   for (const Column& c : kColumns) titles.push_back(c.title);
