@@ -1,5 +1,6 @@
 #include "tools/pngkrv/Commands.h"
 
+#include <fstream>
 #include <iostream>
 
 namespace cli {
@@ -52,9 +53,19 @@ int Info(Session& session, const Options& options) {
 }
 
 int Rows(Session& session, const Options& options) {
-  const DecodedRows rows = ReadRows(session, options.positional[0], options.Number("--gamma", 0.0),
-                                    options.Number("--screen-gamma", -1.0));
-  samples::WriteFile(options.positional[1], samples::EncodePAM(rows.width, rows.height, rows.rgba));
+  const std::string& path = options.positional[1];
+  std::ofstream out(path, std::ios::binary);
+  RowSink sink;
+  sink.start = [&out](uint32_t width, uint32_t height) {
+    const samples::Bytes header = samples::EncodePAM(width, height, {});
+    out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
+  };
+  sink.take = [&out](const std::string& rgba) {
+    out.write(rgba.data(), std::streamsize(rgba.size()));
+  };
+  StreamRows(session, options.positional[0], options.Number("--gamma", 0.0),
+             options.Number("--screen-gamma", -1.0), sink);
+  if (!out) throw Failure{"cannot write " + path};
   return 0;
 }
 
