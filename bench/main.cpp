@@ -314,11 +314,14 @@ long StatusKiB(const char* key) {
 
 // In the child: the peak resident size that one operation adds, in bytes. `source` is the
 // megapixels of a made RGBA image or the file of a real one; `what` one of "decode" (the one-call
-// route), "decode-adam7" (the same, of an interlaced made image), "reader", "rows", "encode" (the
-// one-call route, libpng alone) and "encode-mt" (the writer with Threads = 0).
+// route), "reader", "rows", "encode" (the one-call route, libpng alone) and "encode-mt" (the writer
+// with Threads = 0); "decode-adam7" and "reader-adam7" decode an interlaced made image.
 int MeasurePeak(const std::string& what, const std::string& source) {
+  const std::string kAdam7 = "-adam7";
+  const bool adam7 = what.size() > kAdam7.size() &&
+                     what.compare(what.size() - kAdam7.size(), kAdam7.size(), kAdam7) == 0;
   Image image = source.find_first_not_of("0123456789") == std::string::npos
-                    ? MakeImage(Recipe{std::stoi(source), 6, what == "decode-adam7"})
+                    ? MakeImage(Recipe{std::stoi(source), 6, adam7})
                     : LoadImage(source, "", source);
   Plugin plugin;
   emu::Value png = plugin.String(image.png);
@@ -333,7 +336,7 @@ int MeasurePeak(const std::string& what, const std::string& source) {
     plugin.EncodeString(pictures.first, pictures.second);
   } else if (what == "encode-mt") {
     plugin.EncodeWriter(pictures.first, pictures.second, 0);
-  } else if (what == "reader") {
+  } else if (what == "reader" || what == "reader-adam7") {
     plugin.ReadPicture(png);
   } else if (what == "rows") {
     plugin.ReadRows(png);
@@ -410,22 +413,31 @@ Medians MeasureAllFresh(const std::vector<Image>& corpus, const Medians& warm) {
   return fresh;
 }
 
+// Peak memory of each route for the made RGBA images, plain and interlaced, beyond what the decode
+// returns: the host picture and its mask, 4 bytes a pixel each.
 void PrintPeaks(const std::vector<int>& sizes) {
-  printf("\n%-14s %4s %14s %12s %14s\n", "peak memory", "MP", "bytes", "bytes/pixel",
-         "bound/pixel");
-  const double slack = 2.0 * 1024 * 1024;
-  for (const char* what : {"decode", "decode-adam7", "encode", "encode-mt"}) {
+  printf("\n%-14s %4s %14s %14s %10s %14s\n", "peak memory", "MP", "peak", "beyond", "% picture",
+         "bound");
+  for (const char* what :
+       {"decode", "reader", "rows", "decode-adam7", "reader-adam7", "encode", "encode-mt"}) {
+    const std::string route = what;
     for (int mp : sizes) {
       const double pixels = mp == 1 ? 1e6 : mp == 4 ? 4e6 : 16e6;
       const std::string out = RunChild({"--peak", what, std::to_string(mp)});
       const long peak = out.empty() ? -1 : std::stol(out);
-      // Picture and mask take 4 bytes a pixel each; an interlaced decode holds the image too.
-      const double perPixel = std::string(what) == "decode-adam7" ? 12 : 8;
-      const bool encode = std::string(what).rfind("encode", 0) == 0;
-      printf("%-14s %4d %14ld %12.2f %14s\n", what, mp, peak, peak / pixels,
-             encode ? "-" : Fixed(perPixel + slack / pixels).c_str());
+      const bool decode = route != "rows" && route.rfind("encode", 0) != 0;
+      const double beyond = peak - (decode ? pixels * 8 : 0);
+      // Row routes: a tenth of the picture and 1 MiB; an interlaced image may add one image.
+      const bool adam7 = route.find("adam7") != std::string::npos;
+      const double bound = (adam7 ? pixels * 4 : 0.1 * pixels * 4) + 1048576.0;
+      printf("%-14s %4d %14ld %14.0f %10.1f %14s\n", what, mp, peak, beyond,
+             100 * beyond / (pixels * 4),
+             route.rfind("encode", 0) == 0 ? "-" : std::to_string(long(bound)).c_str());
     }
   }
+  printf(
+      "(bytes; beyond: past the picture and mask a decode returns; %% picture: beyond / (4 "
+      "bytes a pixel))\n");
 }
 
 // Peak memory of each route for each real image, beyond what the decode returns: the host
