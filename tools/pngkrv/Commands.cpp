@@ -15,10 +15,15 @@ constexpr char kReadICCProfile[] =
     "ReadICCProfile(byref name as string, byref compression as integer, byref profile as string) "
     "as boolean";
 
-// Every text chunk of the stream, those after the image data too: the image is read first, and
-// a stream whose image can't be read lists the chunks before it.
+// Every text chunk of the stream, those after the image data too: every row of every pass is read
+// first, through one block, and a stream whose image can't be read lists the chunks before it.
 void PrintTexts(Session& session, const emu::Value& reader) {
-  session.host().Call(reader, "ReadPicture", {});
+  const emu::Value block =
+      session.host().NewMemoryBlock(session.Call(reader, "RowBytes as integer", {}).AsInteger());
+  const RBInteger rows = session.Integer(reader, "Interlacing") * session.Integer(reader, "Height");
+  for (RBInteger y = 0; y < rows; ++y) {
+    if (!session.CallBool(reader, "ReadRow(mem as memoryblock) as boolean", {block})) break;
+  }
   const RBInteger count = session.Call(reader, kTextCount, {}).AsInteger();
   if (count == 0) std::cout << "text: none\n";
   for (RBInteger i = 0; i < count; ++i) {
