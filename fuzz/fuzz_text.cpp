@@ -6,8 +6,7 @@
 namespace fuzz {
 
 void UseLinkedPlugin() {
-  gResolver = emu::Host::Resolver();
-  rbversion = host->CurrentProfile().version;
+  LearnHost(emu::Host::Resolver());
 }
 
 void Run(Input input) {
@@ -15,10 +14,10 @@ void Run(Input input) {
   static const double kVersions[] = {2019.1, 2016.0, 2012.0, 2011.0};
   emu::Profile profile;
   profile.version = kVersions[input.Byte() % 4];
-  if (rbversion != profile.version) {
+  if (gHost.version != profile.version) {
     host->Shutdown();
     host->Start(profile);
-    rbversion = profile.version;
+    LearnHost(emu::Host::Resolver());
   }
   const std::string_view bytes = input.Rest();
   for (const uint32_t encoding :

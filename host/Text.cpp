@@ -31,7 +31,7 @@ REALstring BuildTagged(const void* data, int64_t length, uint32_t encoding) {
   return str;
 }
 
-// The UTF-32 string through a UTF-16 copy, for hosts older than 2013.0.
+// The UTF-32 string through a UTF-16 copy, for hosts that build no UTF-32 strings.
 REALstring BuildUTF32ViaUTF16(const void* data, int64_t length) {
   const size_t count = static_cast<size_t>(length / 4);
   uint16_t stackUnits[2 * 200 + 1];
@@ -47,7 +47,7 @@ REALstring BuildUTF32ViaUTF16(const void* data, int64_t length) {
 }
 
 REALstring BuildUTF32(const void* data, int64_t length) {
-  if (rbversion < 2013.0) return BuildUTF32ViaUTF16(data, length);
+  if (gHost.version < hostversion::kUTF32StringsFrom) return BuildUTF32ViaUTF16(data, length);
   REALstring wide =
       REALBuildStringWithEncoding(data, static_cast<int32_t>(length), kREALTextEncodingUTF32);
   if (wide == nullptr) return nullptr;
@@ -117,7 +117,7 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, unsigned lon
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t length) {
   if (data == nullptr || length < 1 || length > kMaxHostLength) return nullptr;
   REALstring wide =
-      rbversion >= 2012.0
+      gHost.version >= hostversion::kBuildWithEncodingFrom
           ? REALBuildStringWithEncoding(data, static_cast<int32_t>(length), kREALTextEncodingUTF16)
           : BuildTagged(data, length, kREALTextEncodingUTF16);
   if (wide == nullptr) return nullptr;
@@ -150,8 +150,9 @@ rbText* rbText::MakeRaw(REALstring str) {
   REALLockString(str);
   text->stringLocked_ = true;
   text->length_ = 0;
-  const bool ok = rbversion < 2017.0 ? text->UseLegacyBytes(str)
-                                     : text->UseStringData(REALGetStringEncoding(str));
+  const bool ok = gHost.version < hostversion::kLegacyRecordsBefore
+                      ? text->UseLegacyBytes(str)
+                      : text->UseStringData(REALGetStringEncoding(str));
   if (!ok) {
     delete text;
     return nullptr;
@@ -159,7 +160,7 @@ rbText* rbText::MakeRaw(REALstring str) {
   return text;
 }
 
-// Hosts older than 2017.0 let the plug-in read a string's bytes from its record.
+// Hosts with legacy records let the plug-in read a string's bytes from its record.
 bool rbText::UseLegacyBytes(REALstring str) {
   const auto* record = reinterpret_cast<const REALstringLegacy*>(str);
   if (record->length < 0 || record->data == nullptr) return false;
@@ -186,12 +187,12 @@ const char* rbText::GetUTF8() {
   bytes_ = "";
   if (string_ == nullptr) return bytes_;
   const auto* record = reinterpret_cast<const REALstringLegacy*>(string_);
-  if (rbversion < 2017.0 &&
+  if (gHost.version < hostversion::kLegacyRecordsBefore &&
       (record->encoding == kREALTextEncodingUTF8 || record->encoding == kREALTextEncodingASCII)) {
     UseLegacyBytes(string_);
     // The record's buffer holds the terminator when it was allocated beyond the text.
     EnsureTerminated(record->allocated >= record->length + 2 && bytes_[length_] == 0);
-  } else if (rbversion >= 2012.0) {
+  } else if (gHost.version >= hostversion::kStringDataRecordsFrom) {
     if (UseStringData(kREALTextEncodingUTF8)) {
       // A string-data record says nothing of what follows its bytes: always copy.
       EnsureTerminated(false);

@@ -25,7 +25,7 @@ typedef void* (*REALResolver)(const char* entryName);
 
 // ---------------------------------------------------------------------------------------------
 // Opaque host handles. The plug-in never looks inside them except through the legacy records
-// below, on hosts older than 2017.0.
+// below, on hosts older than hostversion::kLegacyRecordsBefore.
 // ---------------------------------------------------------------------------------------------
 
 struct REALobjectStruct;
@@ -305,7 +305,8 @@ enum {
 };
 
 // ---------------------------------------------------------------------------------------------
-// Legacy records that hosts older than 2017.0 let the plug-in read directly.
+// Legacy records that hosts older than hostversion::kLegacyRecordsBefore let the plug-in read
+// directly.
 // ---------------------------------------------------------------------------------------------
 
 // A string: the text starts one byte past `data` and runs `length` bytes. Its words are pointer-

@@ -1,8 +1,8 @@
 // Drawing one picture into another, joining a picture with its mask, and colours of host arrays.
-#include <gd.h>
 #include <string.h>
 
 #include "host/Exceptions.h"
+#include "picture/GdImage.h"
 #include "picture/PictureEditor.h"
 
 namespace {
@@ -26,7 +26,7 @@ REALobject AsObject(REALgraphics g) {
 // Draws through the graphics object's DrawPicture; false when the host has no such method.
 bool DrawWithGraphics(REALgraphics g, REALpicture source, RBInteger w, RBInteger h, RBInteger sw,
                       RBInteger sh) {
-  if (rbversion >= 2018.02) {
+  if (gHost.version >= hostversion::kDrawPictureDoublesFrom) {
     auto draw = reinterpret_cast<DrawDoubleProc>(REALLoadObjectMethod(AsObject(g), kDrawDouble));
     if (draw == nullptr) return false;
     draw(AsObject(g), source, 0.0, 0.0, static_cast<double>(w), static_cast<double>(h), 0.0, 0.0,
@@ -41,11 +41,11 @@ bool DrawWithGraphics(REALgraphics g, REALpicture source, RBInteger w, RBInteger
 
 bool LockGD(REALpicture picture, REALpictureDescription* description) {
   if (REALLockPictureDescription(picture, description, pictureGDPtr)) return true;
-  if (rbversion < 2012.0) REALUnlockPictureDescription(picture);
+  if (gHost.version < hostversion::kFailedLockHeldBefore) REALUnlockPictureDescription(picture);
   return false;
 }
 
-bool TrueColour(const gdImage* image) {
+bool TrueColour(const gd::Image* image) {
   return image && image->pixels == nullptr && image->tpixels != nullptr;
 }
 
@@ -56,8 +56,8 @@ void CopyGDImage(REALpicture destination, REALpicture source) {
   const bool fromLocked = LockGD(source, &from);
   const bool toLocked = fromLocked && LockGD(destination, &to);
   if (toLocked && from.pictureType == pictureGDPtr && to.pictureType == pictureGDPtr) {
-    const auto* src = static_cast<const gdImage*>(from.pictureData);
-    auto* dst = static_cast<gdImage*>(to.pictureData);
+    const auto* src = static_cast<const gd::Image*>(from.pictureData);
+    auto* dst = static_cast<gd::Image*>(to.pictureData);
     if (TrueColour(src) && TrueColour(dst) && src->sx == dst->sx && src->sy == dst->sy &&
         src->sy >= 1) {
       for (int y = 0; y < src->sy; ++y) {
@@ -115,7 +115,7 @@ void REALGetArrayValue(REALarray array, RBInteger index, RBColor* out) {
     return;
   }
   const auto* legacy = reinterpret_cast<const REALarrayLegacy*>(array);
-  if (rbversion >= 2017.0 || legacy->storage == nullptr) {
+  if (gHost.version >= hostversion::kLegacyRecordsBefore || legacy->storage == nullptr) {
     bool found = false;
     const RBColor colour = REALGetArrayValueColor(array, index, &found);
     if (found) *out = colour;

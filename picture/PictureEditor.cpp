@@ -1,16 +1,13 @@
 #include "picture/PictureEditor.h"
 
-#include <gd.h>
 #include <limits.h>
 #include <string.h>
 
 #include <type_traits>
 #include <utility>
 
+#include "picture/GdImage.h"
 #include "picture/Platform.h"
-
-bool IsDesktop = false;
-bool IsConsole = false;
 
 namespace {
 
@@ -46,24 +43,12 @@ int32_t ResolutionOf(REALpicture picture, const char* name) {
              : 0;
 }
 
-// Locks the picture's description of `type`. Hosts before 2012.0 need the unlock even after a
-// failed lock.
+// Locks the picture's description of `type`. Hosts that keep a picture locked after a failed
+// lock need the unlock all the same.
 bool LockDescription(REALpicture picture, REALpictureDescription* description, uint32_t type) {
   if (REALLockPictureDescription(picture, description, type)) return true;
-  if (rbversion < 2012.0) REALUnlockPictureDescription(picture);
+  if (gHost.version < hostversion::kFailedLockHeldBefore) REALUnlockPictureDescription(picture);
   return false;
-}
-
-void DetectApplicationKind() {
-  if (IsDesktop || IsConsole) return;
-  const bool desktop = REALGetClassRef("Application") != nullptr;
-  const bool web = REALGetClassRef("WebApplication") != nullptr;
-  const bool console = REALGetClassRef("ConsoleApplication") != nullptr;
-  if (desktop) {
-    IsDesktop = true;
-  } else if (web || console) {
-    IsConsole = true;
-  }
 }
 
 #if !defined(_WIN32)
@@ -88,7 +73,7 @@ bool UsableSurface(const CairoImageInfo& info) {
 
 // A true-colour gd image whose rows hold the described size.
 bool UsableGDImage(const REALpictureDescription& d) {
-  const auto* image = static_cast<const gdImage*>(d.pictureData);
+  const auto* image = static_cast<const gd::Image*>(d.pictureData);
   return d.pictureType == pictureGDPtr && image != nullptr && image->pixels == nullptr &&
          image->trueColor && image->tpixels != nullptr && d.width >= 1 && d.height >= 1 &&
          d.width <= image->sx && d.height <= image->sy;
@@ -159,14 +144,17 @@ bool PictureEditor::GetPictureEditor(REALpicture pic, bool reading, bool writing
   forReading = reading;
   forWriting = writing;
   state = 0;
-  DetectApplicationKind();
+  // A host that named no application class when it loaded the plug-in is asked again.
+  if (gHost.kind == HostKind::kNone) gHost.kind = AskHostKind();
   bool typeKnown = false;
   const int32_t type = REALGetPictureType(pic, &typeKnown);
   if (typeKnown && (type == 0 || type == 3)) {
     // A multi-representation picture: only its best representation can be read.
     if (writing) return false;
     auto best = reinterpret_cast<BestRepresentationProc>(
-        rbversion >= 2016.0 ? REALLoadObjectMethod(AsObject(pic), kBestRepresentation) : nullptr);
+        gHost.version >= hostversion::kBestRepresentationFrom
+            ? REALLoadObjectMethod(AsObject(pic), kBestRepresentation)
+            : nullptr);
     if (best) {
       RBInteger w = 0;
       RBInteger h = 0;
@@ -188,9 +176,9 @@ bool PictureEditor::GetPictureEditor(REALpicture pic, bool reading, bool writing
 bool PictureEditor::GetPictureEditorInternal(REALpicture pic, bool reading, bool writing,
                                              int depth) {
   hasAlpha = ReadHasAlpha(pic);
-  if (!IsConsole && GetPictureEditorDesktop(pic, hasAlpha)) return true;
-  if (!IsDesktop && GetPictureEditorGDImagePtr(pic)) return true;
-  if (depth != 1 || IsConsole || !reading || writing) return false;
+  if (gHost.ServesDesktopPictures() && GetPictureEditorDesktop(pic, hasAlpha)) return true;
+  if (gHost.ServesGDPictures() && GetPictureEditorGDImagePtr(pic)) return true;
+  if (depth != 1 || !gHost.ServesDesktopPictures() || !reading || writing) return false;
   return EditDrawnCopy(pic, reading);
 }
 
@@ -203,7 +191,7 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   }
   REALpicture copy = nullptr;
   if (hasAlpha) {
-    if (rbversion < 2011.04) return false;
+    if (gHost.version < hostversion::kAlphaPictureConstructorFrom) return false;
     REALobject object = REALnewInstance("Picture");
     auto construct = reinterpret_cast<ConstructorProc>(
         object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
@@ -252,7 +240,7 @@ void PictureEditor::AttachWords(REALpicture pic, unsigned char* data, int32_t w,
 
 bool PictureEditor::GetPictureEditorBGRA(REALpicture pic) {
   if (!LockDescription(pic, &description, pictureBGRAPixels)) return false;
-  IsDesktop = true;
+  gHost.SettleKind(HostKind::kDesktop);
   const REALpictureDescription& d = description;
   if (d.pictureType != pictureBGRAPixels || d.pictureData == nullptr || d.width < 1 ||
       d.height < 1 || d.width > INT32_MAX / 4) {
@@ -266,7 +254,7 @@ bool PictureEditor::GetPictureEditorBGRA(REALpicture pic) {
 
 bool PictureEditor::GetPictureEditorGdiplus(REALpicture pic) {
   if (!LockDescription(pic, &description, pictureGDIPlusBitmap)) return false;
-  IsDesktop = true;
+  gHost.SettleKind(HostKind::kDesktop);
   if (description.pictureType != pictureGDIPlusBitmap ||
       !LockGdiplusBitmap(description.pictureData, forWriting, &gdiplus)) {
     REALUnlockPictureDescription(pic);
@@ -294,7 +282,7 @@ template <typename Info>
 bool LockDesktopContext(REALpicture pic, REALpictureDescription& description, uint32_t type,
                         bool (*query)(void*, Info*), bool (*usable)(const Info&), Info& info) {
   if (!LockDescription(pic, &description, type)) return false;
-  IsDesktop = true;
+  gHost.SettleKind(HostKind::kDesktop);
   if (description.pictureType != type || description.pictureData == nullptr ||
       !query(description.pictureData, &info) || !usable(info)) {
     REALUnlockPictureDescription(pic);
@@ -342,12 +330,12 @@ bool PictureEditor::GetPictureEditorCGBitmapContext(REALpicture pic, bool wantAl
 
 bool PictureEditor::GetPictureEditorGDImagePtr(REALpicture pic) {
   if (!LockDescription(pic, &description, pictureGDPtr)) return false;
-  IsConsole = true;
+  gHost.SettleKind(HostKind::kConsole);
   if (!UsableGDImage(description)) {
     REALUnlockPictureDescription(pic);
     return false;
   }
-  const auto* image = static_cast<const gdImage*>(description.pictureData);
+  const auto* image = static_cast<const gd::Image*>(description.pictureData);
   Attach(pic);
   pixelFormat = kPixelFormatGD;
   rowBytes = description.width * 4;

@@ -10,10 +10,6 @@
 #include "picture/PixelFormat.h"
 #include "picture/Platform.h"
 
-// The host application kind, found out on first use and kept for the process.
-extern bool IsDesktop;
-extern bool IsConsole;
-
 class PictureEditor {
  public:
   PictureEditor() = default;

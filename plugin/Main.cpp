@@ -1,28 +1,19 @@
 // The plug-in's one export. The host calls REALPluginMain once, right after loading the library;
-// it records the host's resolver and version, adapts the definition tables to that host and
-// registers them.
+// it learns the host (host/HostFacts.h), adapts the definition tables to that host and registers
+// them.
 #include "host/HostRuntime.h"
 #include "plugin/Registration.h"
 #include "plugin/Tables.h"
-
-REALResolver gResolver = nullptr;
-double rbversion = 0.0;
-uint32_t gControlVersion = 0;
 
 namespace {
 
 // The name part from which the plug-in's module names are built.
 constexpr char kPartName[] = "PNG";
 
-void ReadHostVersion(REALResolver resolver) {
-  auto getVersion = reinterpret_cast<REALGetRBVersionProc>(resolver("REALGetRBVersion"));
-  if (getVersion != nullptr) rbversion = getVersion();
-}
-
 void AnnounceControlVersion(REALResolver resolver) {
   auto announce = reinterpret_cast<RegisterPluginVersionProc>(resolver("RegisterPluginVersion"));
   // Every host that loads plug-ins provides this entry point, so it is called without a test.
-  announce(static_cast<int32_t>(gControlVersion));
+  announce(static_cast<int32_t>(gHost.controlVersion));
 }
 
 void FixAllConsoleFlags() {
@@ -47,9 +38,7 @@ void RegisterAll() {
 #endif
 
 extern "C" PLUGIN_EXPORT void REALPluginMain(REALResolver resolver) {
-  gResolver = resolver;
-  if (resolver != nullptr) ReadHostVersion(resolver);
-  gControlVersion = ControlVersionFor(rbversion);
+  LearnHost(resolver);
   if (resolver == nullptr) return;
   AnnounceControlVersion(resolver);
   FixAllConsoleFlags();

@@ -110,8 +110,8 @@ void FreeLegacyClass(REALclassDefinition9* def) {
 
 // Registers a class definition through `registrar` in the layout of the running host.
 void RegisterInHostLayout(REALclassDefinition& def, void (*registrar)(REALclassDefinition*)) {
-  if (gControlVersion > 9) {
-    def.version = gControlVersion;
+  if (gHost.controlVersion > hostversion::kOldestControlVersion) {
+    def.version = gHost.controlVersion;
     registrar(&def);
     return;
   }
@@ -291,20 +291,13 @@ void RegisterGlobalsAsModule(const REALmethodDefinition* globals, size_t count,
 
 }  // namespace
 
-uint32_t ControlVersionFor(double hostVersion) {
-  if (hostVersion >= 2013.04) return 13;
-  if (hostVersion >= 2013.03) return 12;
-  if (hostVersion >= 2013.0) return 11;
-  if (hostVersion >= 2012.0) return 10;
-  return 9;
-}
-
 bool UsesModulesForExtensions(double hostVersion) {
-  return hostVersion >= 2013.0 && hostVersion < 3000.0;
+  return hostVersion >= hostversion::kModuleExtensionsFrom &&
+         hostVersion < hostversion::kModuleExtensionsBefore;
 }
 
 uint32_t ConsoleFlagsFor(uint32_t flags, double hostVersion) {
-  if (hostVersion >= 2010.029) {
+  if (hostVersion >= hostversion::kConsoleFlagsFrom) {
     if (flags & kConsoleSafeMark) flags |= REALconsoleSafe;
     if (flags & kConsoleOnlyMark) flags |= REALconsoleOnly;
   }
@@ -321,11 +314,11 @@ size_t RoundedRecordSize(size_t size) {
 
 void FixConsoleFlags(REALmethodDefinition* methods, size_t count) {
   RewriteFlags(methods, count, &REALmethodDefinition::mFlags,
-               [](uint32_t flags) { return ConsoleFlagsFor(flags, rbversion); });
+               [](uint32_t flags) { return ConsoleFlagsFor(flags, gHost.version); });
 }
 
 void FixConsoleFlags(REALclassDefinition& def) {
-  const auto rewrite = [](uint32_t flags) { return ConsoleFlagsFor(flags, rbversion); };
+  const auto rewrite = [](uint32_t flags) { return ConsoleFlagsFor(flags, gHost.version); };
   def.mFlags = rewrite(def.mFlags);
   FixConsoleFlags(def.methods, def.methodCount);
   FixConsoleFlags(def.sharedMethods, def.sharedMethodCount);
@@ -355,8 +348,8 @@ void MyREALRegisterClass(REALclassDefinition& def) {
 
 void MyREALRegisterModule(REALmoduleDefinition& def) {
   ApplyDefaultScope(def);
-  if (gControlVersion > 9) {
-    def.version = gControlVersion;
+  if (gHost.controlVersion > hostversion::kOldestControlVersion) {
+    def.version = gHost.controlVersion;
   } else if (!ConvertModuleArrays(def)) {
     return;
   }
@@ -372,7 +365,7 @@ bool ExtensionDeclaration(const char* declaration, const char* className, bool a
 
 void RegisterExtension(REALclassDefinition& def, const char* partName) {
   if (def.methods == nullptr || def.methodCount == 0) return;
-  if (UsesModulesForExtensions(rbversion)) {
+  if (UsesModulesForExtensions(gHost.version)) {
     RegisterExtensionAsModule(def, partName);
   } else {
     RegisterInHostLayout(def, REALRegisterClassExtension);
@@ -380,7 +373,7 @@ void RegisterExtension(REALclassDefinition& def, const char* partName) {
 }
 
 void RegisterGlobalMethods(REALmethodDefinition* globals, size_t count, const char* partName) {
-  if (UsesModulesForExtensions(rbversion)) {
+  if (UsesModulesForExtensions(gHost.version)) {
     RegisterGlobalsAsModule(globals, count, partName);
     return;
   }

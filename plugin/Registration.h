@@ -20,14 +20,11 @@ constexpr uint32_t kConsoleOnlyMark = 0x80000;
 // Size of the buffer in which an extension declaration is rebuilt.
 constexpr size_t kDeclarationBufferSize = 1000;
 
-// The control version (9 to 13) that a host of the given version expects.
-uint32_t ControlVersionFor(double hostVersion);
-
 // True when the host takes extension and global methods only as modules.
 bool UsesModulesForExtensions(double hostVersion);
 
-// One flag word with the plug-in's console marks turned into the host's flags (hosts from
-// 2010.029 on) or removed (older hosts).
+// One flag word with the plug-in's console marks turned into the host's flags (hosts that know
+// them) or removed (older hosts).
 uint32_t ConsoleFlagsFor(uint32_t flags, double hostVersion);
 
 // Module members without scope bits become public.

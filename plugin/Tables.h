@@ -1,5 +1,10 @@
 // The plug-in's public API: the static definition tables that REALPluginMain adapts to the running
 // host and registers. Handlers reach their instance records through these class definitions.
+//
+// The tables are the plug-in's published definitions, not state of its own: REALPluginMain
+// rewrites them once for the host (its console flags, the older layout's links) and the host
+// writes its words into them at registration; nothing changes them after that. Everything else
+// the plug-in keeps beyond a call is in the host record (host/HostFacts.h).
 #pragma once
 
 #include "host/HostRuntime.h"

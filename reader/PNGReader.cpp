@@ -1,12 +1,37 @@
-// The reader record's life: creation, sources, libpng's callbacks and teardown.
+// The reader record's life: creation, sources, the order of calls it accepts, libpng's callbacks
+// and teardown.
 #include "reader/PNGReader.h"
 
 #include <stdlib.h>
 #include <string.h>
 
+#include "host/Files.h"
 #include "host/Text.h"
 
 namespace {
+
+constexpr int kStates = static_cast<int>(ReaderState::kFailed) + 1;
+constexpr int kCalls = static_cast<int>(ReaderCall::kQuery) + 1;
+
+constexpr char kNotSetUp[] = "ApplyOptions has not set the reader up; call it first.";
+constexpr char kRowsRead[] = "Rows have been read already; call ApplyOptions to start over.";
+constexpr char kDecoded[] =
+    "The picture has been decoded already; call ApplyOptions to read the image again.";
+constexpr char kFailed[] = "The stream failed at an earlier row; call ApplyOptions to start over.";
+
+// Why a call can't run in a state: null when it can, "" for a refusal without an event (nothing
+// has been opened or set up, or the reader can't be used at all).
+const char* const kRefusals[kStates][kCalls] = {
+    // kOpen, kApplyOptions, kReadRow, kReadPicture, kQuery
+    /* Unusable    */ {"", "", "", "", ""},
+    /* NoSource    */ {nullptr, "", "", "", nullptr},
+    /* Opened      */ {nullptr, nullptr, kNotSetUp, "", nullptr},
+    /* NotSetUp    */ {nullptr, nullptr, kNotSetUp, "", nullptr},
+    /* SetUp       */ {nullptr, nullptr, nullptr, nullptr, nullptr},
+    /* ReadingRows */ {nullptr, nullptr, nullptr, kRowsRead, nullptr},
+    /* Decoded     */ {nullptr, nullptr, kDecoded, kDecoded, nullptr},
+    /* Failed      */ {nullptr, nullptr, kFailed, kFailed, nullptr},
+};
 
 void ReleaseSourceText(PNGReader& r) {
   delete r.sourceText;
@@ -30,6 +55,13 @@ bool CreateInfo(PNGReader& r) {
   return r.info != nullptr;
 }
 
+bool CreateReadState(PNGReader& r) {
+  r.png = png_create_read_struct("1.6.30", &r, user_error_fn_reader, user_warning_fn_reader);
+  if (r.png == nullptr) return false;
+  png_set_mem_fn(r.png, &r, AllocateForLibpng, FreeForLibpng);
+  return CreateInfo(r);
+}
+
 bool InstallFile(PNGReader& r, FILE* file) {
   if (setjmp(*r.jump)) return false;
   png_init_io(r.png, file);
@@ -42,7 +74,59 @@ bool InstallMemorySource(PNGReader& r) {
   return true;
 }
 
+// Whether libpng's read state may have read from the source since it was made.
+bool ReadStateUsed(const PNGReader& r) {
+  return r.state != ReaderState::kNoSource && r.state != ReaderState::kOpened;
+}
+
+// Closes the file and lets go of the string; with a read state that has read from the source,
+// makes it anew for the next source.
+bool DropSource(PNGReader& r) {
+  if (r.file) fclose(r.file);
+  r.file = nullptr;
+  ReleaseSourceText(r);
+  UnlockStringAndClear(r.sourceString);
+  r.memory = {};
+  const bool renew = ReadStateUsed(r);
+  r.state = ReaderState::kNoSource;
+  return !renew || StartOver(r);
+}
+
+// The source is libpng's once it has been installed.
+void SettleOpening(PNGReader& r, bool installed) {
+  r.state = installed ? ReaderState::kOpened : ReaderState::kNoSource;
+}
+
 }  // namespace
+
+bool Admit(PNGReader& r, ReaderCall call) {
+  const char* refusal = kRefusals[static_cast<int>(r.state)][static_cast<int>(call)];
+  if (refusal == nullptr) return true;
+  if (*refusal) QueueError(r.events, refusal);
+  return false;
+}
+
+bool StartOver(PNGReader& r) {
+  png_destroy_read_struct(&r.png, &r.info, nullptr);
+  if (!CreateReadState(r)) {
+    png_destroy_read_struct(&r.png, &r.info, nullptr);
+    r.state = ReaderState::kUnusable;
+    QueueError(r.events, "Out of memory: the reader can't start over.");
+    return false;
+  }
+  if (r.file) {
+    if (fseek(r.file, 0, SEEK_SET) != 0) {
+      r.state = ReaderState::kNoSource;
+      QueueError(r.events, "The file can't be read again from its start; open it again.");
+      return false;
+    }
+    SettleOpening(r, InstallFile(r, r.file));
+  } else if (r.sourceText) {
+    r.memory.position = 0;
+    SettleOpening(r, InstallMemorySource(r));
+  }
+  return true;
+}
 
 bool Init(PNGReader& r, REALobject owner, StringEventProc errorHook, StringEventProc warningHook) {
   memset(&r, 0, sizeof r);
@@ -51,41 +135,36 @@ bool Init(PNGReader& r, REALobject owner, StringEventProc errorHook, StringEvent
   r.owner = owner;
   r.errorHook = errorHook;
   r.warningHook = warningHook;
-  r.png = png_create_read_struct("1.6.30", &r, user_error_fn_reader, user_warning_fn_reader);
-  if (r.png == nullptr) return false;
-  return CreateInfo(r);
+  if (!CreateReadState(r)) return false;
+  r.state = ReaderState::kNoSource;
+  return true;
 }
 
 bool OpenReadFile(PNGReader& r, REALfolderItem file) {
-  if (r.png == nullptr || r.jump == nullptr || file == nullptr) return false;
-  FILE* stream = OpenCFILE(file, 0, "rb", L"rb");
-  if (stream == nullptr) return false;
-  // A second opening replaces the stream; the earlier file would otherwise stay open until the
-  // record is finished.
-  if (r.file) fclose(r.file);
-  r.file = stream;
-  return InstallFile(r, stream);
+  if (!Admit(r, ReaderCall::kOpen) || !DropSource(r) || file == nullptr) return Report(r, false);
+  r.file = OpenCFILE(file, 0, "rb", L"rb");
+  if (r.file == nullptr) return Report(r, false);
+  SettleOpening(r, InstallFile(r, r.file));
+  return Report(r, r.state == ReaderState::kOpened);
 }
 
 bool OpenReadString(PNGReader& r, REALstring data) {
-  if (r.png == nullptr || r.jump == nullptr) return false;
-  ReleaseSourceText(r);
-  if (data == nullptr) return false;
+  if (!Admit(r, ReaderCall::kOpen) || !DropSource(r) || data == nullptr) return Report(r, false);
   rbText* holder = rbText::MakeRaw(data);
-  if (holder == nullptr) return false;
+  if (holder == nullptr) return Report(r, false);
   // Eight bytes of signature and at least one more are needed.
   if (holder->Length() < 9) {
     delete holder;
-    return false;
+    return Report(r, false);
   }
-  UnlockStringAndClear(r.sourceString);
   REALLockString(data);
   r.sourceString = data;
   r.sourceText = holder;
   r.memory.position = 0;
   r.memory.data = holder->Bytes();
   r.memory.length = static_cast<int32_t>(holder->Length());
-  return InstallMemorySource(r);
+  SettleOpening(r, InstallMemorySource(r));
+  return Report(r, r.state == ReaderState::kOpened);
 }
 
 void Finish(PNGReader& r) {
@@ -103,6 +182,7 @@ void Finish(PNGReader& r) {
   r.warningHook = nullptr;
   r.owner = nullptr;
   ReleaseSourceText(r);
+  r.state = ReaderState::kUnusable;
 }
 
 void ReadFunction(png_structp png, png_bytep buffer, png_size_t length) {
@@ -120,15 +200,27 @@ void ReadFunction(png_structp png, png_bytep buffer, png_size_t length) {
   }
 }
 
+// No user code runs inside libpng: the message waits in the queue until the call has returned.
+png_voidp AllocateForLibpng(png_structp png, png_alloc_size_t size) {
+  void* block = malloc(size);
+  auto* r = static_cast<PNGReader*>(png_get_mem_ptr(png));
+  if (block == nullptr && r != nullptr) r->memoryFailed = true;
+  return block;
+}
+
+void FreeForLibpng(png_structp, png_voidp block) {
+  free(block);
+}
+
 void user_error_fn_reader(png_structp png, png_const_charp message) {
   auto* r = static_cast<PNGReader*>(png_get_error_ptr(png));
   if (r == nullptr) return;
-  RaiseMessageEvent(r->errorHook, r->owner, message);
+  QueueError(r->events, message);
   longjmp(*r->jump, 1);
 }
 
 void user_warning_fn_reader(png_structp png, png_const_charp message) {
   auto* r = static_cast<PNGReader*>(png_get_error_ptr(png));
   if (r == nullptr) return;
-  RaiseMessageEvent(r->warningHook, r->owner, message);
+  QueueWarning(r->events, message);
 }

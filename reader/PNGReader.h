@@ -7,6 +7,7 @@
 #include <setjmp.h>
 #include <stdio.h>
 
+#include "host/Events.h"
 #include "host/HostRuntime.h"
 
 class rbText;
@@ -16,6 +17,50 @@ struct MemorySource {
   int32_t length;
   int32_t position;
   const unsigned char* data;
+};
+
+// Where the reader stands. Every public operation checks the state first: a call out of order
+// is refused with a message through the Error event and the operation's failure result (False,
+// 0 or Nil), or silently where there is nothing to read from yet. ApplyOptions is the one way
+// back to the start of the image: on a reader that has begun reading it makes libpng's read
+// state anew and reads the source again from its first byte.
+//
+//   State        | Reached by                        | Accepts (moves to)
+//   -------------+-----------------------------------+-------------------------------------------
+//   Unusable     | Init failed, Finish, or libpng's  | nothing: False, 0 or Nil, no event
+//                | state could not be made anew      |
+//   NoSource     | Init, an opener that failed       | an opener (Opened); the chunk queries
+//   Opened       | an opener                         | an opener; ApplyOptions (SetUp, or
+//                |                                   | NotSetUp when libpng fails); the queries
+//   NotSetUp     | ApplyOptions failed               | as Opened; row reads are refused
+//   SetUp        | ApplyOptions                      | as Opened; RowBytes; a row read
+//                |                                   | (ReadingRows, Failed); ReadPicture (Decoded)
+//   ReadingRows  | a row read                        | as Opened; RowBytes; row reads (Failed when
+//                |                                   | libpng fails); ReadPicture is refused
+//   Decoded      | ReadPicture, whatever its outcome | as Opened; RowBytes; row reads and
+//                |                                   | ReadPicture are refused
+//   Failed       | libpng failed during a row read   | as Decoded
+//
+// A picture decode that fails before libpng hands out a row (no picture of that size, no memory
+// for its buffer) leaves the reader SetUp. RowBytes is Width x 4 from SetUp on, 0 before.
+enum class ReaderState : int32_t {
+  kUnusable = 0,  // the zeroed record
+  kNoSource,
+  kOpened,
+  kNotSetUp,
+  kSetUp,
+  kReadingRows,
+  kDecoded,
+  kFailed,
+};
+
+// The kinds of call the state table tells apart.
+enum class ReaderCall : int32_t {
+  kOpen,
+  kApplyOptions,
+  kReadRow,
+  kReadPicture,
+  kQuery,  // ReadsRGBTag, ReadICCProfile
 };
 
 struct PNGReader {
@@ -40,14 +85,12 @@ struct PNGReader {
   StringEventProc warningHook;
   REALobject owner;  // not locked: the record lives inside it
   MemorySource memory;
-  // ApplyOptions succeeded: libpng's rows are the ones RowBytes reports. Before, or after it
-  // failed midway, libpng may deliver rows of another size.
-  RBBoolean setUp;
-  // ApplyOptions left its last requests and libpng's row start to the first read: a row read
-  // asks libpng for the RGBA rows RowBytes reports, a picture decode for rows it can use best.
-  RBBoolean rowsPending;
-  // libpng delivers one palette index a pixel (a picture decode chose them).
-  RBBoolean indexRows;
+  ReaderState state;
+  // An allocation of libpng's failed in the call in progress: its error is then no sign of
+  // damaged data, and no partial picture is kept for it.
+  RBBoolean memoryFailed;
+  // libpng's errors and warnings of the call in progress, raised as events once it has returned.
+  EventQueue events;
 };
 
 // Instance data of PNGReaderKRV.
@@ -57,15 +100,23 @@ struct PNGReaderData {
   PNGReader reader;
 };
 
-// The libpng states and the jump buffer exist (Init succeeded and Finish has not run).
-inline bool HasHandles(const PNGReader& r) {
-  return r.png && r.info && r.jump;
+// True when `call` may run in the reader's state; otherwise queues the refusal's message, if it
+// has one, and returns false.
+bool Admit(PNGReader& r, ReaderCall call);
+
+// Raises the events queued during an operation, once the record is settled, and returns
+// `result`. Handlers may call back into the reader, so the caller must not touch the record
+// afterwards.
+template <typename Result>
+Result Report(PNGReader& r, Result result) {
+  RaiseQueued(r.events, {r.errorHook, r.warningHook, r.owner});
+  return result;
 }
 
-// A file or memory source is installed. Without one, libpng would read through a null stream.
-inline bool HasSource(const PNGReader& r) {
-  return r.file || r.sourceText;
-}
+// Makes libpng's read state anew (the old one may have read any part of the stream) and hands
+// it the source from its first byte. False, with the reader Unusable or without a source, when
+// that can't be done.
+bool StartOver(PNGReader& r);
 
 // Core operations.
 bool Init(PNGReader& r, REALobject owner, StringEventProc errorHook, StringEventProc warningHook);
@@ -74,10 +125,10 @@ bool OpenReadString(PNGReader& r, REALstring data);
 void Finish(PNGReader& r);
 bool ApplyOptions(PNGReader& r, double gamma, double screenGamma);
 RBInteger GetRowBytes(PNGReader& r);
-// Ends a pending set-up (see rowsPending) with the rows libpng is to deliver: the RGBA rows
-// RowBytes reports; for an image without alpha, its red, green and blue alone, or with the byte
-// `filler` before or after them (blue first with `bgr`); for a palette image, its indices
-// (libpng's palette then gamma corrected). Each calls libpng and needs a jump point.
+// Ends a set-up (state SetUp) with the rows libpng is to deliver: the RGBA rows RowBytes reports;
+// for an image without alpha, its red, green and blue alone, or with the byte `filler` before or
+// after them (blue first with `bgr`); for a palette image, its indices (libpng's palette then gamma
+// corrected). Each calls libpng and needs a jump point.
 void StartRGBARows(PNGReader& r);
 void StartRGBRows(PNGReader& r);
 void StartIndexRows(PNGReader& r);
@@ -89,21 +140,16 @@ bool ReadRow(PNGReader& r, REALmemoryBlock block);
 bool ReadRowMaskOnly(PNGReader& r, REALmemoryBlock block);
 bool ReadRowAlphaOnly(PNGReader& r, REALmemoryBlock block);
 
-// Whole-image decoders into the record's Pict (and Mask for an image with alpha); each returns
-// whether Pict is set. ReadPicture chooses by the colour type and passes that set-up left.
-bool ReadRGBbyRow(PNGReader& r);
-bool ReadRGBbyBlock(PNGReader& r);
-bool ReadRGBAbyRow(PNGReader& r);
-bool ReadRGBAbyBlock(PNGReader& r);
+// Decodes the whole image into the record's Pict (and Mask for an image with alpha); returns
+// whether Pict is set.
 bool ReadPicture(PNGReader& r);
 
 // libpng callbacks.
+png_voidp AllocateForLibpng(png_structp png, png_alloc_size_t size);
+void FreeForLibpng(png_structp png, png_voidp block);
 void ReadFunction(png_structp png, png_bytep buffer, png_size_t length);
 void user_error_fn_reader(png_structp png, png_const_charp message);
 void user_warning_fn_reader(png_structp png, png_const_charp message);
-
-// A folder item to an open C file; `unused` and `wideMode` are accepted and not used.
-FILE* OpenCFILE(REALfolderItem file, int unused, const char* mode, const wchar_t* wideMode);
 
 // Class handlers of PNGReaderKRV.
 void PNGReaderConstructor(REALobject instance);

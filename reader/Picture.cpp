@@ -1,15 +1,18 @@
-// Decoding a whole image into a host picture, and for an image with alpha into a separate mask.
-// A plain image is read row by row through one row buffer; an interlaced image can only be
-// converted after its last pass, so it is read whole.
+// Decoding a whole image into a host picture, and for an image with alpha into a separate mask,
+// by one decoder: what it makes (picture, or picture and mask), how the image comes (row by row,
+// or every row in each pass of an interlaced image) and what libpng's rows hold are data that
+// one loop of row reads follows.
 //
 // A palette image is decoded as its indices, one byte a pixel, each looked up in a table of the
 // words that its palette entry (gamma corrected by libpng, alpha from the transparency chunk)
 // gives in the picture and in the mask: one load a pixel instead of libpng's expansion to four
-// bytes and a conversion of those. A plain image without alpha asks libpng for rows that already
-// are the picture's words, where the picture's format allows, and is read straight into it.
+// bytes and a conversion of those. An image without alpha asks libpng for rows that already are
+// the picture's words, where the picture's format allows, and is read straight into it. An
+// interlaced image can only be converted after its last pass: it is read into the picture itself
+// where its rows are four bytes a pixel and the picture's layout is known, into a buffer of the
+// whole image otherwise.
 #include <stdlib.h>
 
-#include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "reader/PNGReader.h"
 
@@ -22,73 +25,56 @@ constexpr int kPaletteEntries = 256;
 // picture's own words.
 enum class Rows { kRGBA, kRGB, kIndices, kWords };
 
-struct Conversion {
+// One decode, described by the image and the picture's format, and the writers it fills.
+struct Decoder {
+  bool withMask = false;  // a mask next to the picture: the rows carry alpha
+  bool whole = false;     // an interlaced image: converted once its last pass is read
   Rows rows = Rows::kRGBA;
+  bool inPicture = false;  // libpng's rows are the picture's own rows
   bool swap = false;
-  FilledRowOrder order;  // of kWords
+  FilledRowOrder order;             // of kWords
+  int64_t rowBytes = 0;             // of a row in `buffer`
+  unsigned char* buffer = nullptr;  // one row, or every row of a whole image; none in the picture
+  PictureWriter pict;
+  PictureWriter mask;
   uint32_t colours[kPaletteEntries] = {};
   uint32_t masks[kPaletteEntries] = {};
+
+  ~Decoder() { free(buffer); }
 };
 
-Conversion ConversionFor(const PNGReader& r) {
-  Conversion c;
-  c.swap = r.swapRB;
-  const bool palette = r.rowsPending && png_get_color_type(r.png, r.info) == PNG_COLOR_TYPE_PALETTE;
-  c.rows = palette || r.indexRows ? Rows::kIndices : Rows::kRGBA;
-  return c;
-}
-
-// The picture's own words, for RGBA rows still to be started (without alpha) when libpng can
-// make them with no more than its filler: its red-blue exchange is a byte loop that costs more
-// than the conversion it would save.
-void ChooseWords(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
-  if (r.rowsPending && c.rows == Rows::kRGBA && pict.FilledRows(c.swap, &c.order) && !c.order.bgr) {
-    c.rows = Rows::kWords;
+// The rows libpng is to deliver, and where they go. Words only without a mask, and only when
+// libpng makes them with no more than its filler: its red-blue exchange is a byte loop that
+// costs more than the conversion it would save. Otherwise a one-pass image without alpha is read
+// as RGB, which the conversion fills out itself, for libpng's filler is a byte loop too.
+void ChooseRows(const PNGReader& r, Decoder& d) {
+  const bool known = d.pict.FilledRows(d.swap, &d.order);
+  if (png_get_color_type(r.png, r.info) == PNG_COLOR_TYPE_PALETTE) {
+    d.rows = Rows::kIndices;
+  } else if (!d.withMask && known && !d.order.bgr) {
+    d.rows = Rows::kWords;
+  } else if (!d.withMask && !d.whole) {
+    d.rows = Rows::kRGB;
   }
+  d.inPicture = d.rows == Rows::kWords || (d.rows == Rows::kRGBA && d.whole && known);
+  if (d.rows == Rows::kIndices) d.rowBytes = r.width;
+  if (d.rows == Rows::kRGB) d.rowBytes = int64_t{r.width} * 3;
+  if (d.rows == Rows::kRGBA) d.rowBytes = int64_t{r.width} * 4;
 }
 
-// Rows read one at a time through a row buffer, without alpha and not the picture's words: RGB,
-// which the conversion fills out itself, for libpng's filler is a byte loop over every pixel too.
-void ChooseRowsWithoutAlpha(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
-  ChooseWords(r, c, pict);
-  if (r.rowsPending && c.rows == Rows::kRGBA && r.colorType == PNG_COLOR_TYPE_RGB) {
-    c.rows = Rows::kRGB;
-  }
-}
-
-// Ends a pending set-up with the rows chosen; libpng may fail, so this runs under a jump point.
-void StartPendingRows(PNGReader& r, const Conversion& c) {
-  if (!r.rowsPending) return;
-  if (c.rows == Rows::kIndices) {
+// Asks libpng for the rows chosen; libpng may fail, so this runs under a jump point.
+bool StartRows(PNGReader& r, const Decoder& d) {
+  if (setjmp(*r.jump)) return false;
+  if (d.rows == Rows::kIndices) {
     StartIndexRows(r);
-  } else if (c.rows == Rows::kWords) {
-    StartFilledRows(r, c.order.bgr, c.order.filler, c.order.fillerFirst);
-  } else if (c.rows == Rows::kRGB) {
+  } else if (d.rows == Rows::kWords) {
+    StartFilledRows(r, d.order.bgr, d.order.filler, d.order.fillerFirst);
+  } else if (d.rows == Rows::kRGB) {
     StartRGBRows(r);
   } else {
     StartRGBARows(r);
   }
-}
-
-// Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
-// image with alpha 255 − alpha into the mask: black shows, white hides.
-void ConvertRow(const Conversion& c, const unsigned char* row, RBInteger width, PictureWriter& pict,
-                PictureWriter* mask) {
-  if (c.rows == Rows::kIndices) {
-    if (mask) {
-      pict.StoreIndexedRowAndMask(row, width, c.colours, *mask, c.masks);
-    } else {
-      pict.StoreIndexedRow(row, width, c.colours);
-    }
-    return;
-  }
-  if (c.rows == Rows::kRGB) {
-    pict.StoreRGBRow(row, width, c.swap);
-  } else if (mask) {
-    pict.StoreColourAndMaskRow(row, width, c.swap, *mask);
-  } else {
-    pict.StoreColourRow(row, width, c.swap);
-  }
+  return true;
 }
 
 // The palette as libpng's expansion reads it, 256 RGBA pixels: entries past the palette black,
@@ -109,265 +95,124 @@ void ReadPalette(const PNGReader& r, unsigned char (&rgba)[kPaletteEntries * 4])
   }
 }
 
-void BuildColourTable(const PNGReader& r, Conversion& c, const PictureWriter& pict) {
+// The words of the palette that libpng holds once the rows have started.
+void BuildTables(const PNGReader& r, Decoder& d) {
+  if (d.rows != Rows::kIndices) return;
   unsigned char rgba[kPaletteEntries * 4];
   ReadPalette(r, rgba);
-  pict.ColourWords(rgba, kPaletteEntries, c.swap, c.colours);
+  d.pict.ColourWords(rgba, kPaletteEntries, d.swap, d.colours);
+  if (d.withMask) d.mask.MaskWords(rgba, kPaletteEntries, d.masks);
 }
 
-void BuildMaskTable(const PNGReader& r, Conversion& c, const PictureWriter& mask) {
-  unsigned char rgba[kPaletteEntries * 4];
-  ReadPalette(r, rgba);
-  mask.MaskWords(rgba, kPaletteEntries, c.masks);
+// Where libpng puts row `y`.
+unsigned char* Target(const Decoder& d, RBInteger y) {
+  if (d.inPicture) return d.pict.RowAddress(y);
+  return d.whole ? d.buffer + y * d.rowBytes : d.buffer;
 }
 
-void Replace(REALpicture& field, REALpicture picture) {
-  if (field) UnlockHandle(field);
-  field = picture;
+// Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
+// image with alpha 255 − alpha into the mask: black shows, white hides. Words are in place.
+void ConvertRow(Decoder& d, const unsigned char* row, RBInteger width) {
+  PictureWriter& pict = d.pict;
+  if (d.rows == Rows::kIndices) {
+    if (d.withMask) {
+      pict.StoreIndexedRowAndMask(row, width, d.colours, d.mask, d.masks);
+    } else {
+      pict.StoreIndexedRow(row, width, d.colours);
+    }
+  } else if (d.rows == Rows::kRGB) {
+    pict.StoreRGBRow(row, width, d.swap);
+  } else if (d.rows == Rows::kRGBA && d.withMask) {
+    pict.StoreColourAndMaskRow(row, width, d.swap, d.mask);
+  } else if (d.rows == Rows::kRGBA) {
+    pict.StoreColourRow(row, width, d.swap);
+  }
 }
 
-// A writer of the image's size, which the decoders may fill without bounds checks per pixel.
-bool SetUpWriter(PictureWriter& writer, const PNGReader& r) {
-  return r.width <= INT32_MAX && r.height <= INT32_MAX &&
-         writer.NewPictureWriter(static_cast<int>(r.width), static_cast<int>(r.height)) &&
-         writer.width >= r.width && writer.height >= r.height;
-}
-
-bool StartPendingRowsAt(PNGReader& r, const Conversion& c) {
+// Every row of every pass, each row of a one-pass image converted as it comes; false when libpng
+// fails midway.
+bool ReadEveryRow(PNGReader& r, Decoder& d) {
   if (setjmp(*r.jump)) return false;
-  StartPendingRows(r, c);
-  return true;
-}
-
-// libpng's row start and, for index rows, the tables of the palette it then holds.
-bool StartRowsWithTables(PNGReader& r, Conversion& c, const PictureWriter& pict,
-                         const PictureWriter* mask) {
-  if (!StartPendingRowsAt(r, c)) return false;
-  if (c.rows == Rows::kIndices) {
-    BuildColourTable(r, c, pict);
-    if (mask) BuildMaskTable(r, c, *mask);
+  for (RBInteger pass = 0; pass < r.passes; ++pass) {
+    for (RBInteger y = 0; y < r.height; ++y) {
+      unsigned char* row = Target(d, y);
+      png_read_row(r.png, row, nullptr);
+      if (!d.whole) ConvertRow(d, row, r.width);
+    }
   }
   return true;
 }
 
-// Reads every row of a one-pass image and converts it; false when libpng fails midway.
-bool ConvertEveryRow(PNGReader& r, unsigned char* row, const Conversion& c, PictureWriter& pict,
-                     PictureWriter* mask) {
-  if (setjmp(*r.jump)) return false;
-  for (RBInteger y = 0; y < r.height; ++y) {
-    png_read_row(r.png, row, nullptr);
-    ConvertRow(c, row, r.width, pict, mask);
-  }
-  return true;
+// The rows of a whole image, once all of its passes are read: a failure in any pass leaves the
+// picture and the mask as they were set up.
+void ConvertWholeImage(const PNGReader& r, Decoder& d) {
+  if (!d.whole) return;
+  for (RBInteger y = 0; y < r.height; ++y) ConvertRow(d, Target(d, y), r.width);
 }
 
-// Reads every row of a one-pass image straight into the picture; false when libpng fails midway.
-bool ReadEveryRowInto(PNGReader& r, PictureWriter& pict) {
-  if (setjmp(*r.jump)) return false;
-  for (RBInteger y = 0; y < r.height; ++y) {
-    png_read_row(r.png, reinterpret_cast<png_bytep>(pict.destination), nullptr);
-    pict.NextRow();
-  }
-  return true;
-}
-
-bool DecodeRows(PNGReader& r, unsigned char* row, Conversion& c, PictureWriter& pict,
-                PictureWriter* mask) {
-  if (!StartRowsWithTables(r, c, pict, mask)) return false;
-  return c.rows == Rows::kWords ? ReadEveryRowInto(r, pict)
-                                : ConvertEveryRow(r, row, c, pict, mask);
-}
-
-bool DecodeImage(PNGReader& r, const Conversion& c, png_bytepp rows) {
-  if (setjmp(*r.jump)) return false;
-  StartPendingRows(r, c);
-  png_read_image(r.png, rows);
-  return true;
-}
-
-// Bytes of one decoded row: an index a pixel, three bytes or four.
-int64_t RowBytes(const PNGReader& r, const Conversion& c) {
-  if (c.rows == Rows::kIndices) return r.width;
-  return int64_t{r.width} * (c.rows == Rows::kRGB ? 3 : 4);
-}
-
-// Where the passes of an interlaced image go: a table of rows, and the buffer they point into
-// when the image is not read into the picture itself.
-struct WholeImage {
-  unsigned char* buffer = nullptr;
-  png_bytepp rows = nullptr;
-
-  ~WholeImage() {
-    free(rows);
-    free(buffer);
-  }
-};
-
-// Allocates the image of row bytes × height; the product is taken in 64 bits so that a size
-// that would wrap is refused instead of allocated short. Neither block is cleared: the seven
-// passes write every pixel before a row is converted (a failed read converts none), and the
-// table is filled here. Clearing would cost a pass over the image whenever the allocator hands
-// out reused memory, which depends on what the process allocated before.
-bool AllocateImage(const PNGReader& r, const Conversion& c, WholeImage& image) {
-  const int64_t rowBytes = RowBytes(r, c);
-  const int64_t size = rowBytes * r.height;
-  const int64_t tableSize = r.height * static_cast<int64_t>(sizeof(png_bytep));
-  if (size >= 1 && size <= kMaxBuffer) image.buffer = static_cast<unsigned char*>(malloc(size));
-  if (tableSize >= 1 && tableSize <= kMaxBuffer) {
-    image.rows = static_cast<png_bytepp>(malloc(tableSize));
-  }
-  if (image.buffer == nullptr || image.rows == nullptr) return false;
-  for (RBInteger y = 0; y < r.height; ++y) image.rows[y] = image.buffer + y * rowBytes;
-  return true;
-}
-
-unsigned char* AllocateRow(const PNGReader& r, const Conversion& c) {
-  const int64_t rowBytes = RowBytes(r, c);
-  return rowBytes >= 1 && rowBytes <= kMaxBuffer ? static_cast<unsigned char*>(calloc(1, rowBytes))
-                                                 : nullptr;
-}
-
-bool Decodable(const PNGReader& r) {
-  return HasHandles(r) && HasSource(r) && r.setUp;
-}
-
-// An interlaced image of RGBA rows (not indices) is read into the picture itself, whose rows
-// then take the passes in place of a buffer of their own: libpng's rows either are the picture's
-// words already or are converted in place, row by row. That needs a writer whose words libpng
-// can make (which tells that its layout is known); a writer that cannot be set up leaves the
-// image to a buffer, so that it is read all the same.
-bool ReadsIntoPicture(const PNGReader& r, Conversion& c, PictureWriter& pict, WholeImage& image) {
-  FilledRowOrder order;
-  if (c.rows != Rows::kRGBA || !SetUpWriter(pict, r) || !pict.FilledRows(c.swap, &order)) {
+// A writer of the image's size, which the decoder may fill without bounds checks per pixel. A
+// host that makes the picture but gives no way to write its pixels (a Windows desktop host that
+// hands out neither its pixels nor a GDI+ bitmap, for one) is told of as an error.
+bool SetUpWriter(PictureWriter& writer, PNGReader& r) {
+  if (r.width > INT32_MAX || r.height > INT32_MAX) return false;
+  if (!writer.NewPictureWriter(static_cast<int>(r.width), static_cast<int>(r.height))) {
+    if (writer.refused) QueueError(r.events, "The host's pictures cannot be written to.");
     return false;
   }
-  const int64_t tableSize = r.height * static_cast<int64_t>(sizeof(png_bytep));
-  if (tableSize < 1 || tableSize > kMaxBuffer) return false;
-  image.rows = static_cast<png_bytepp>(malloc(tableSize));
-  if (image.rows == nullptr) return false;
-  for (RBInteger y = 0; y < r.height; ++y) image.rows[y] = pict.RowAddress(y);
-  if (r.colorType == PNG_COLOR_TYPE_RGB) ChooseWords(r, c, pict);
-  return true;
+  return writer.width >= r.width && writer.height >= r.height;
 }
 
-// Every row of the read image into the writers; for index rows, the tables first. Rows that are
-// the picture's words are there already.
-void ConvertImage(const PNGReader& r, const WholeImage& image, Conversion& c, PictureWriter& pict,
-                  PictureWriter* mask) {
-  if (c.rows == Rows::kWords) return;
-  if (c.rows == Rows::kIndices) {
-    BuildColourTable(r, c, pict);
-    if (mask) BuildMaskTable(r, c, *mask);
+// The row buffer, or the whole image's; the size is taken in 64 bits so that one that would wrap
+// is refused instead of allocated short. It is not cleared: libpng writes every pixel of a row
+// before the row is converted (a failed read converts none), and clearing would cost a pass over
+// the image whenever the allocator hands out reused memory.
+bool AllocateBuffer(const PNGReader& r, Decoder& d) {
+  if (d.inPicture) return true;
+  const int64_t size = d.rowBytes * (d.whole ? r.height : 1);
+  if (size >= 1 && size <= kMaxBuffer) d.buffer = static_cast<unsigned char*>(malloc(size));
+  return d.buffer != nullptr;
+}
+
+void Replace(REALpicture& field, PictureWriter& writer) {
+  if (field) UnlockHandle(field);
+  field = writer.RenderPictureWriter();
+}
+
+// The pictures the record keeps: both when every row was read; after a libpng error with
+// AllowDamaged, the picture of a one-pass image as far as it was decoded and the mask as it
+// stands (an interlaced image gives no picture, since nothing of it is converted). Memory running
+// out is no damage of the data: it keeps nothing.
+void KeepPictures(PNGReader& r, Decoder& d, bool read) {
+  if (!read && (!r.allowDamaged || r.memoryFailed)) return;
+  if (read || !d.whole) Replace(r.pict, d.pict);
+  if (d.withMask) Replace(r.mask, d.mask);
+}
+
+bool Decode(PNGReader& r) {
+  Decoder d;
+  d.withMask = r.colorType == PNG_COLOR_TYPE_RGB_ALPHA;
+  d.whole = r.passes != 1;
+  d.swap = r.swapRB;
+  if (d.withMask && !SetUpWriter(d.mask, r)) return false;
+  if (!SetUpWriter(d.pict, r)) return false;
+  ChooseRows(r, d);
+  if (!AllocateBuffer(r, d)) return false;
+  // From here libpng hands out the rows chosen: the set-up is spent, whatever the outcome.
+  r.state = ReaderState::kDecoded;
+  r.memoryFailed = false;
+  bool read = StartRows(r, d);
+  if (read) {
+    BuildTables(r, d);
+    read = ReadEveryRow(r, d);
   }
-  for (RBInteger y = 0; y < r.height; ++y) ConvertRow(c, image.rows[y], r.width, pict, mask);
+  if (read) ConvertWholeImage(r, d);
+  KeepPictures(r, d, read);
+  return r.pict != nullptr;
 }
 
 }  // namespace
 
-bool ReadRGBbyRow(PNGReader& r) {
-  Replace(r.pict, nullptr);
-  if (!Decodable(r)) return false;
-  Conversion c = ConversionFor(r);
-  PictureWriter pict;
-  if (!SetUpWriter(pict, r)) return false;
-  ChooseRowsWithoutAlpha(r, c, pict);
-  unsigned char* row = c.rows == Rows::kWords ? nullptr : AllocateRow(r, c);
-  if (c.rows != Rows::kWords && row == nullptr) return false;
-  if (DecodeRows(r, row, c, pict, nullptr) || r.allowDamaged) {
-    Replace(r.pict, pict.RenderPictureWriter());
-  }
-  free(row);
-  return r.pict != nullptr;
-}
-
-bool ReadRGBAbyRow(PNGReader& r) {
-  if (!Decodable(r)) return false;
-  Conversion c = ConversionFor(r);
-  unsigned char* row = AllocateRow(r, c);
-  if (row == nullptr) return false;
-  PictureWriter mask;
-  PictureWriter pict;
-  if (SetUpWriter(mask, r) && SetUpWriter(pict, r)) {
-    if (DecodeRows(r, row, c, pict, &mask)) {
-      Replace(r.mask, mask.RenderPictureWriter());
-      Replace(r.pict, pict.RenderPictureWriter());
-    } else if (r.allowDamaged) {
-      Replace(r.pict, pict.RenderPictureWriter());
-      Replace(r.mask, mask.RenderPictureWriter());
-    }
-  }
-  free(row);
-  return r.pict != nullptr;
-}
-
-bool ReadRGBbyBlock(PNGReader& r) {
-  if (!Decodable(r)) return false;
-  Conversion c = ConversionFor(r);
-  PictureWriter pict;
-  WholeImage image;
-  const bool inPicture = ReadsIntoPicture(r, c, pict, image);
-  if (!inPicture && !AllocateImage(r, c, image)) return false;
-  if (DecodeImage(r, c, image.rows)) {
-    if (inPicture || SetUpWriter(pict, r)) {
-      ConvertImage(r, image, c, pict, nullptr);
-      Replace(r.pict, pict.RenderPictureWriter());
-    }
-  } else if (r.allowDamaged) {
-    // No picture holds a whole image, so nothing is rendered.
-    Replace(r.pict, nullptr);
-  }
-  return r.pict != nullptr;
-}
-
-bool ReadRGBAbyBlock(PNGReader& r) {
-  if (!Decodable(r)) return false;
-  Conversion c = ConversionFor(r);
-  PictureWriter pict;
-  WholeImage image;
-  const bool inPicture = ReadsIntoPicture(r, c, pict, image);
-  if (!inPicture && !AllocateImage(r, c, image)) return false;
-  PictureWriter mask;
-  if (!SetUpWriter(mask, r)) return false;
-  if (DecodeImage(r, c, image.rows)) {
-    if (inPicture || SetUpWriter(pict, r)) {
-      ConvertImage(r, image, c, pict, &mask);
-      Replace(r.mask, mask.RenderPictureWriter());
-      Replace(r.pict, pict.RenderPictureWriter());
-    }
-  } else if (r.allowDamaged) {
-    // No picture holds a whole image; the mask holds nothing that was decoded.
-    Replace(r.pict, nullptr);
-    Replace(r.mask, mask.RenderPictureWriter());
-  }
-  return r.pict != nullptr;
-}
-
-namespace {
-
-bool DecodePicture(PNGReader& r) {
-  if (r.colorType == PNG_COLOR_TYPE_RGB_ALPHA) {
-    return r.passes == 1 ? ReadRGBAbyRow(r) : ReadRGBAbyBlock(r);
-  }
-  if (r.colorType == PNG_COLOR_TYPE_RGB) {
-    return r.passes == 1 ? ReadRGBbyRow(r) : ReadRGBbyBlock(r);
-  }
-  return false;
-}
-
-// Whether the host makes new pictures whose pixels no route of this platform can reach (a Windows
-// desktop host that hands out neither its pixels nor a GDI+ bitmap, for one).
-bool HostRefusesPictures() {
-  PictureWriter probe;
-  return !probe.NewPictureWriter(1, 1) && probe.refused;
-}
-
-}  // namespace
-
-// A decode that failed for want of a picture to write into says so, once the decoder is done.
 bool ReadPicture(PNGReader& r) {
-  if (DecodePicture(r)) return true;
-  if (HostRefusesPictures()) {
-    RaiseMessageEvent(r.errorHook, r.owner, "The host's pictures cannot be written to.");
-  }
-  return false;
+  if (!Admit(r, ReaderCall::kReadPicture)) return Report(r, false);
+  return Report(r, Decode(r));
 }

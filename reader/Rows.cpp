@@ -8,19 +8,19 @@ namespace {
 
 constexpr RBInteger kMaxRowBytes = 0x7FFFFFFE;
 
-bool ReadRowInto(PNGReader& r, void* row) {
+// The first read of a set-up asks libpng for the RGBA rows RowBytes reports.
+bool ReadNextRow(PNGReader& r, void* row, bool start) {
   if (setjmp(*r.jump)) return false;
-  if (r.rowsPending) StartRGBARows(r);
+  if (start) StartRGBARows(r);
   png_read_row(r.png, static_cast<png_bytep>(row), nullptr);
   return true;
 }
 
-// Rows come only from a reader that ApplyOptions set up; before, or after it failed midway,
-// libpng's rows need not be the size RowBytes reports.
-bool SetUp(const PNGReader& r) {
-  if (r.setUp) return true;
-  RaiseMessageEvent(r.errorHook, r.owner, "ApplyOptions has not set the reader up.");
-  return false;
+// Reads the next row and settles the state: after a libpng error the stream can't go on.
+bool ReadRowInto(PNGReader& r, void* row) {
+  const bool read = ReadNextRow(r, row, r.state == ReaderState::kSetUp);
+  r.state = read ? ReaderState::kReadingRows : ReaderState::kFailed;
+  return read;
 }
 
 // The block must hold one decoded row: width × 4 bytes once set up. Hosts that cannot tell a
@@ -30,15 +30,6 @@ bool BlockHoldsRow(const PNGReader& r, REALmemoryBlock block) {
   return size < 0 || size >= r.width * 4;
 }
 
-bool ReadRowIntoBlock(PNGReader& r, REALmemoryBlock block) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 0);
-    return false;
-  }
-  if (!HasHandles(r) || !HasSource(r) || !SetUp(r) || !BlockHoldsRow(r, block)) return false;
-  return ReadRowInto(r, REALMemoryBlockGetPtr(block));
-}
-
 // Byte i := byte 4i + 3, or its complement for a mask; safe in place because each source byte
 // lies at or after its destination.
 void CompactAlpha(unsigned char* row, RBInteger width, bool complement) {
@@ -46,37 +37,41 @@ void CompactAlpha(unsigned char* row, RBInteger width, bool complement) {
   for (RBInteger i = 0; i < width; ++i) row[i] = row[4 * i + 3] ^ flip;
 }
 
-bool ReadCompacted(PNGReader& r, REALmemoryBlock block, bool complement) {
-  if (!ReadRowIntoBlock(r, block)) return false;
+// One row into the block, compacted to its alphas (or their complements) when asked.
+bool ReadRowIntoBlock(PNGReader& r, REALmemoryBlock block, bool compact, bool complement) {
+  if (block == nullptr) {
+    RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 0);
+    return false;
+  }
+  if (!Admit(r, ReaderCall::kReadRow) || !BlockHoldsRow(r, block)) return Report(r, false);
   auto* row = static_cast<unsigned char*>(REALMemoryBlockGetPtr(block));
-  if (row) CompactAlpha(row, r.width, complement);
-  return true;
+  if (!ReadRowInto(r, row)) return Report(r, false);
+  if (compact && row) CompactAlpha(row, r.width, complement);
+  return Report(r, true);
 }
 
 }  // namespace
 
 REALmemoryBlock ReadRow(PNGReader& r) {
-  if (!HasHandles(r) || !HasSource(r) || !SetUp(r)) return nullptr;
+  if (!Admit(r, ReaderCall::kReadRow)) return Report(r, REALmemoryBlock{nullptr});
   const RBInteger rowBytes = GetRowBytes(r);
-  if (rowBytes > kMaxRowBytes) return nullptr;
-  REALmemoryBlock block = REALNewMemoryBlockOriginal(rowBytes);
-  if (block == nullptr) return nullptr;
-  if (!ReadRowInto(r, REALMemoryBlockGetPtr(block))) {
+  REALmemoryBlock block = rowBytes <= kMaxRowBytes ? REALNewMemoryBlockOriginal(rowBytes) : nullptr;
+  if (block && !ReadRowInto(r, REALMemoryBlockGetPtr(block))) {
     // The block never reaches user code, so the host gets it back here.
     UnlockHandle(block);
-    return nullptr;
+    block = nullptr;
   }
-  return block;
+  return Report(r, block);
 }
 
 bool ReadRow(PNGReader& r, REALmemoryBlock block) {
-  return ReadRowIntoBlock(r, block);
+  return ReadRowIntoBlock(r, block, false, false);
 }
 
 bool ReadRowMaskOnly(PNGReader& r, REALmemoryBlock block) {
-  return ReadCompacted(r, block, true);
+  return ReadRowIntoBlock(r, block, true, true);
 }
 
 bool ReadRowAlphaOnly(PNGReader& r, REALmemoryBlock block) {
-  return ReadCompacted(r, block, false);
+  return ReadRowIntoBlock(r, block, true, false);
 }

@@ -65,7 +65,6 @@ void RequestPaletteExpansion(png_structp png, png_infop info) {
 
 void StartRows(PNGReader& r) {
   png_read_update_info(r.png, r.info);
-  r.rowsPending = false;
 }
 
 // `gamma` > 0 is the exponent the caller wants, the reciprocal of a file gamma; 0 uses the
@@ -95,18 +94,10 @@ bool GetsRGB(PNGReader& r, int* intent) {
   return png_get_sRGB(r.png, r.info, intent) != 0;
 }
 
-}  // namespace
-
-// The filler, a palette image's expansion and libpng's row start are left to the first read,
-// which alone knows which rows it wants. Once png_read_info accepted the header, nothing in them
-// raises an error or a warning but a failing allocation, so the set-up's events still come here;
-// the header values are what the expansion gives: RGB with the filler, or RGBA (see
-// ExpandedColorType).
-bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
-  if (!HasHandles(r) || !HasSource(r)) return false;
+// What ApplyOptions asks of libpng: the header and the chunks before the image data, and the
+// transformations that make every row RGB with the filler, or RGBA.
+bool ReadHeader(PNGReader& r, double gamma, double screenGamma) {
   if (setjmp(*r.jump)) return false;
-  r.setUp = false;
-  r.rowsPending = false;
   png_set_sig_bytes(r.png, 0);
   png_read_info(r.png, r.info);
   StoreHeader(r);
@@ -116,9 +107,37 @@ bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
   RequestGamma(r.png, r.info, gamma, screenGamma);
   r.passes = png_set_interlace_handling(r.png);
   r.colorType = ExpandedColorType(r.png, r.info, colorType);
-  r.rowsPending = true;
-  r.setUp = true;
   return true;
+}
+
+// A new decode: no header values and no pictures until it has made them.
+void ClearResults(PNGReader& r) {
+  r.interlaceType = 0;
+  r.colorType = 0;
+  r.bitDepth = 0;
+  r.passes = 0;
+  r.height = 0;
+  r.width = 0;
+  if (r.pict) UnlockHandle(r.pict);
+  r.pict = nullptr;
+  if (r.mask) UnlockHandle(r.mask);
+  r.mask = nullptr;
+}
+
+}  // namespace
+
+// The filler, a palette image's expansion and libpng's row start are left to the first read,
+// which alone knows which rows it wants. Once png_read_info accepted the header, nothing in them
+// raises an error or a warning but a failing allocation, so the set-up's events still come here;
+// the header values are what the expansion gives: RGB with the filler, or RGBA (see
+// ExpandedColorType). Called again, it starts over from the first byte of the source.
+bool ApplyOptions(PNGReader& r, double gamma, double screenGamma) {
+  if (!Admit(r, ReaderCall::kApplyOptions)) return Report(r, false);
+  ClearResults(r);
+  if (r.state != ReaderState::kOpened && !StartOver(r)) return Report(r, false);
+  const bool set = ReadHeader(r, gamma, screenGamma);
+  r.state = set ? ReaderState::kSetUp : ReaderState::kNotSetUp;
+  return Report(r, set);
 }
 
 void StartRGBARows(PNGReader& r) {
@@ -136,7 +155,6 @@ void StartIndexRows(PNGReader& r) {
   // the stream, which the decoders never read, can give.
   png_set_check_for_invalid_index(r.png, 0);
   StartRows(r);
-  r.indexRows = true;
 }
 
 void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFirst) {
@@ -146,21 +164,19 @@ void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFi
   StartRows(r);
 }
 
-// After ApplyOptions the rows are four bytes a pixel, RGB with the filler or RGBA, whether libpng
-// has started them yet or a picture decode has asked it for rows of its own since.
+// From a successful ApplyOptions on, rows are four bytes a pixel, RGB with the filler or RGBA:
+// what the next row read delivers, or, once a picture decode has asked libpng for rows of its
+// own, what it delivers after ApplyOptions has started over.
 RBInteger GetRowBytes(PNGReader& r) {
-  if (!HasHandles(r)) return 0;
-  if (r.setUp) return static_cast<RBInteger>(int64_t{r.width} * 4);
-  if (setjmp(*r.jump)) return 0;
-  return static_cast<RBInteger>(png_get_rowbytes(r.png, r.info));
+  return r.state >= ReaderState::kSetUp ? static_cast<RBInteger>(int64_t{r.width} * 4) : 0;
 }
 
 bool ReadsRGBTag(PNGReader& r, RBInteger& intent) {
   intent = 0;
   int value = 0;
-  if (!HasHandles(r) || !GetsRGB(r, &value)) return false;
+  if (!Admit(r, ReaderCall::kQuery) || !GetsRGB(r, &value)) return Report(r, false);
   intent = value;
-  return true;
+  return Report(r, true);
 }
 
 bool ReadICCProfile(PNGReader& r, REALstring& name, RBInteger& compression, REALstring& profile) {
@@ -173,11 +189,12 @@ bool ReadICCProfile(PNGReader& r, REALstring& name, RBInteger& compression, REAL
   int iccCompression = 0;
   png_bytep iccProfile = nullptr;
   png_uint_32 iccLength = 0;
-  if (!HasHandles(r) || !GetICCP(r, &iccName, &iccCompression, &iccProfile, &iccLength)) {
-    return false;
+  if (!Admit(r, ReaderCall::kQuery) ||
+      !GetICCP(r, &iccName, &iccCompression, &iccProfile, &iccLength)) {
+    return Report(r, false);
   }
   profile = REALBuildUnicodeString(iccProfile, iccLength, kREALTextEncodingUnknown);
   name = BuildASCIIString(iccName);
   compression = iccCompression;
-  return true;
+  return Report(r, true);
 }

@@ -6,8 +6,8 @@
 #include <string.h>
 
 #include "host/Exceptions.h"
+#include "host/Files.h"
 #include "host/Text.h"
-#include "reader/PNGReader.h"
 
 namespace {
 

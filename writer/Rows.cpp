@@ -119,7 +119,7 @@ void StoreHeader(PNGWriter& w, const PictureReader& picture, RBInteger bpc, RBIn
 // hosts let the array's storage be read directly.
 REALmemoryBlock ElementAt(REALarray rows, RBInteger index) {
   const auto* legacy = reinterpret_cast<const REALarrayLegacy*>(rows);
-  if (rbversion < 2017.0 && legacy->storage != nullptr) {
+  if (gHost.version < hostversion::kLegacyRecordsBefore && legacy->storage != nullptr) {
     REALmemoryBlock element = static_cast<REALmemoryBlock*>(legacy->storage)[index];
     if (element) LockHandle(element);
     return element;

@@ -121,6 +121,11 @@ samples::Bytes Colours(samples::Bytes rgba, bool swap) {
   return rgba;
 }
 
+samples::Bytes Rgba(const emu::Value& picture) {
+  const std::string bytes = Host().PictureRgba(picture);
+  return samples::Bytes(bytes.begin(), bytes.end());
+}
+
 samples::Bytes MaskOf(const samples::Bytes& rgba) {
   samples::Bytes mask;
   for (size_t i = 0; i < rgba.size(); i += 4) {

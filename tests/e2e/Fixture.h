@@ -47,6 +47,8 @@ struct Reader {
 };
 
 emu::Value Str(const samples::Bytes& bytes);
+// A picture's pixels as the host shows them, RGBA with its mask applied.
+samples::Bytes Rgba(const emu::Value& picture);
 
 // Decoded RGBA as the picture must hold it: opaque, red and blue exchanged with `swap`.
 samples::Bytes Colours(samples::Bytes rgba, bool swap);

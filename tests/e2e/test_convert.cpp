@@ -10,11 +10,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 std::string Text(const Bytes& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
@@ -75,6 +70,22 @@ TEST_F(Convert, OpeningFailuresAndDamage) {
   emu::Value strict = Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(cut), float(0), false});
   ASSERT_FALSE(strict.IsNil());
   EXPECT_EQ(Rgba(Prop(strict, "Pict")), Rgba(Prop(lenient, "Pict")));
+  // Image data invalid from its first byte: no row decodes, and the picture of the header's size
+  // is returned as a new picture comes, white.
+  std::vector<samples::Chunk> chunks =
+      samples::SplitChunks(samples::Encode(samples::Pattern(5, 3, 8, 2, false)));
+  for (samples::Chunk& chunk : chunks) {
+    if (chunk.type == "IDAT") chunk = samples::MakeChunk("IDAT", Bytes(chunk.data.size(), 0xFF));
+  }
+  const Bytes blank(5 * 3 * 4, 255);
+  const emu::Value picture =
+      Host().CallGlobal("PNGStringToPictureKRV", {Str(samples::JoinChunks(chunks))});
+  ASSERT_FALSE(picture.IsNil());
+  EXPECT_EQ(Rgba(picture), blank);
+  const emu::Value pp =
+      Host().CallGlobal("PNGStringToPNGPictureKRV", {Str(samples::JoinChunks(chunks))});
+  ASSERT_FALSE(pp.IsNil());
+  EXPECT_EQ(Rgba(Prop(pp, "Pict")), blank);
   EXPECT_FALSE(Host().LastException());
 }
 

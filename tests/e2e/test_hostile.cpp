@@ -98,7 +98,7 @@ TEST_F(Hostile, RowsAfterAFailedSetUp) {
     EXPECT_TRUE(reader.Call("ReadRow").IsNil());
     EXPECT_FALSE(reader.Ok("ReadPicture"));
     ASSERT_EQ(reader.errors.size(), 4u) << "ApplyOptions, then each row read";
-    EXPECT_EQ(reader.errors[3], "ApplyOptions has not set the reader up.");
+    EXPECT_EQ(reader.errors[3], "ApplyOptions has not set the reader up; call it first.");
   }
 }
 

@@ -14,11 +14,6 @@ namespace {
 
 using samples::Bytes;
 
-Bytes Rgba(const emu::Value& picture) {
-  const std::string bytes = Host().PictureRgba(picture);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
 enum Trns { kNone, kOneClear, kGraded };
 
 struct Kind {
@@ -246,35 +241,6 @@ TEST_F(ReaderPicture, DamagedImages) {
     ASSERT_LT(expected.size(), 1200u * 96 * 4);
     expected.resize(1200 * 96 * 4, 255);
     EXPECT_EQ(Rgba(Pict(lenient)), Colours(expected, false));
-  }
-}
-
-// A second ReadPicture finds no rows left. The RGB decoder gives the first picture back before
-// decoding; the RGBA decoder replaces it only with what it renders.
-TEST_F(ReaderPicture, SecondReadPicture) {
-  enum Kept { kNone, kFirst, kNew };
-  const struct {
-    int colorType;
-    bool allowDamaged, result;
-    Kept pict;
-  } kCases[] = {{2, false, false, kNone},
-                {2, true, true, kNew},
-                {6, false, true, kFirst},
-                {6, true, true, kNew}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(::testing::Message()
-                 << "colour type " << c.colorType << " AllowDamaged " << c.allowDamaged);
-    Reader reader;
-    ASSERT_TRUE(
-        ReadPicture(reader, samples::Encode(samples::Pattern(4, 4, 8, c.colorType, false))));
-    const void* first = Pict(reader).Handle();
-    Host().SetProperty(reader.object, "AllowDamaged", c.allowDamaged);
-    EXPECT_EQ(reader.Ok("ReadPicture"), c.result);
-    EXPECT_EQ(reader.errors.size(), 1u);
-    const emu::Value pict = Pict(reader);
-    EXPECT_EQ(pict.IsNil(), c.pict == kNone);
-    EXPECT_EQ(pict.Handle() == first, c.pict == kFirst);
-    EXPECT_EQ(Host().IsAlive(first), c.pict == kFirst) << "the first picture is given back";
   }
 }
 

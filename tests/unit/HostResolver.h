@@ -1,6 +1,6 @@
-// A fresh emulator host for each test, audited at its end, with the resolver the plug-in's code
-// gets: the emulator's, with one fault a test can arm (the next string built throws instead). The
-// wrappers keep what they resolve for the life of the process, so every host uses this resolver.
+// A fresh emulator host for each test, audited at its end, learnt by the plug-in's code as
+// REALPluginMain learns it, through the emulator's resolver with one fault a test can arm (the
+// next string built throws instead).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -34,15 +34,12 @@ inline void* ResolveWithFaults(const char* name) {
 
 class HostTest : public ::testing::Test {
  protected:
-  // A desktop of the build's platform first: on Linux the plug-in looks cairo up once for the
-  // process.
   void SetUp() override { Use(2019.1); }
   void TearDown() override {
     const emu::AuditReport report = host().Audit();
     EXPECT_TRUE(report.Clean()) << report.Format();
     host().Shutdown();
-    gResolver = nullptr;
-    rbversion = 0.0;
+    gHost = HostFacts();
   }
   // Restarts the host as one of this version and kind.
   void Use(double version, emu::AppKind app = emu::AppKind::Desktop,
@@ -54,10 +51,7 @@ class HostTest : public ::testing::Test {
     profile.platform = platform;
     if (host().Started()) host().Shutdown();
     host().Start(profile);
-    gResolver = ResolveWithFaults;
-    rbversion = version;
-    IsDesktop = false;
-    IsConsole = false;
+    LearnHost(ResolveWithFaults);
   }
   static emu::Host& host() { return emu::Host::Instance(); }
 };

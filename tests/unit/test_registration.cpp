@@ -92,9 +92,10 @@ void Handler() {
 }
 
 TEST(ExtensionModule, SettersComeBeforeTheirGetters) {
-  gResolver = ModuleResolver;
-  rbversion = 2013.0;
-  gControlVersion = 11;
+  gHost = HostFacts();
+  gHost.resolver = ModuleResolver;
+  gHost.version = 2013.0;
+  gHost.controlVersion = 11;
   REALmethodDefinition methods[] = {
       {Handler<1>, nullptr, "Open(gamma as single) as boolean", 4, 0, nullptr},
       {Handler<2>, Handler<3>, "Name as string", 0, 0, nullptr}};
@@ -103,9 +104,7 @@ TEST(ExtensionModule, SettersComeBeforeTheirGetters) {
   ext.methods = methods;
   ext.methodCount = 2;
   RegisterExtension(ext, "PNG");
-  gResolver = nullptr;
-  rbversion = 0.0;
-  gControlVersion = 0;
+  gHost = HostFacts();
 
   ASSERT_EQ(Modules().size(), 1u);
   const REALmoduleDefinition& module = *Modules()[0];

@@ -1,6 +1,6 @@
 // Which cache slot each host wrapper uses. A "once" wrapper asks the resolver on first use and
 // keeps even a null answer; a "retry" wrapper asks again (with its fallback name) while it has
-// none. Slots are process-wide, so this runs in a process of its own.
+// none. Each wrapper starts from a fresh host record.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -32,8 +32,6 @@ struct Wrapper {
 #define RETRY(call, ...) Wrapper({[&] { call; }, {__VA_ARGS__}, kRetry})
 
 TEST(SlotKinds, EveryWrapperAsksAsItsKindSays) {
-  gResolver = CountingResolver;
-  rbversion = 2019.1;
   RBInteger block[4] = {};
   auto* mb = reinterpret_cast<REALmemoryBlock>(block);
   bool found = false;
@@ -85,14 +83,16 @@ TEST(SlotKinds, EveryWrapperAsksAsItsKindSays) {
       ONCE(REALGetClassRef("C"), "pluginObjectType"),
   };
   for (const Wrapper& w : kWrappers) {
+    gHost = HostFacts();
+    gHost.resolver = CountingResolver;
+    gHost.version = 2019.1;
     asked.clear();
     w.call();
     w.call();
     for (const char* name : w.names) EXPECT_EQ(asked[name], w.kind) << name;
     EXPECT_EQ(asked.size(), w.names.size()) << w.names[0];
   }
-  gResolver = nullptr;
-  rbversion = 0.0;
+  gHost = HostFacts();
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
-// A host folder item to an open C file. Hosts from 2013.0 on give the native path (POSIX, or a
-// Windows path) as "NativePath"; older hosts only give a file URL as "URLPath".
+// A host folder item to an open C file. Hosts from hostversion::kNativePathFrom on give the native
+// path (POSIX, or a Windows path) as "NativePath"; older hosts only give a file URL as "URLPath".
+#include "host/Files.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include "host/Text.h"
-#include "reader/PNGReader.h"
 #if defined(__APPLE__)
 #include "host/mac/Paths.h"
 #elif defined(_WIN32)
@@ -75,7 +76,7 @@ FILE* OpenURLPath(REALstring urlString, const char* mode) {
 FILE* OpenCFILE(REALfolderItem file, int, const char* mode, const wchar_t*) {
   if (file == nullptr) return nullptr;
   LockHandle(file);
-  const bool native = rbversion >= 2013.0;
+  const bool native = gHost.version >= hostversion::kNativePathFrom;
   REALstring path = nullptr;
   FILE* stream = nullptr;
   if (REALGetPropValueString(reinterpret_cast<REALobject>(file), native ? "NativePath" : "URLPath",
