@@ -1,5 +1,6 @@
 // PNGPictureKRV and the one-call openers.
 #include "convert/PNGPicture.h"
+#include "host/Exceptions.h"
 #include "picture/PictureEditor.h"
 #include "plugin/Tables.h"
 #include "reader/PNGReader.h"
@@ -73,6 +74,31 @@ REALobject PNGStringToPNGPictureKRV(REALstring data, float gamma, RBBoolean) {
 
 REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean) {
   return NewPNGPicture(file, nullptr, gamma);
+}
+
+REALpicture OpenAlphaPNG(REALfolderItem file, REALstring data) {
+  if (!HostHasAlphaPictures()) {
+    RaiseException("RuntimeException", kNoAlphaPictures, kREALTextEncodingUTF8, 0);
+    return nullptr;
+  }
+  PNGReader reader;
+  REALpicture result = nullptr;
+  // A negative gamma turns gamma correction off: the picture holds the file's own samples.
+  if (Init(reader, nullptr, nullptr, nullptr) && OpenSource(reader, file, data) &&
+      ApplyOptions(reader, -1.0, -1.0) && ReadAlphaPicture(reader)) {
+    result = reader.pict;
+    reader.pict = nullptr;
+  }
+  Finish(reader);
+  return result;
+}
+
+REALpicture PNGStringToAlphaPictureKRV(REALstring data) {
+  return OpenAlphaPNG(nullptr, data);
+}
+
+REALpicture OpenAsAlphaPNGKRV(REALfolderItem file) {
+  return OpenAlphaPNG(file, nullptr);
 }
 
 REALpicture PNGStringToPictureKRV(REALstring data, float gamma, RBBoolean) {

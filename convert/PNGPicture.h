@@ -43,12 +43,27 @@ REALstring PictureToPNGStringKRV4(REALpicture pic, float gamma, RBBoolean interl
                                   RBInteger filter);
 REALstring PictureToPNGStringKRV5(REALpicture pic, REALpicture mask, float gamma,
                                   RBBoolean interlace, RBInteger filter);
+// The image of PNG data (or, failing that, a file) as one picture with an alpha channel, its
+// samples as the file stores them (no gamma correction), or nil. Raises RuntimeException on a
+// host without such pictures.
+REALpicture OpenAlphaPNG(REALfolderItem file, REALstring data);
+REALpicture PNGStringToAlphaPictureKRV(REALstring data);
+// Encodes a picture with an alpha channel as 8-bit RGBA, any other as RGB: into `out` when it is
+// given, else into `file`.
+bool SaveAlphaPNG(REALpicture picture, REALstring* out, REALfolderItem file, float gamma);
+REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma);
+// The Threads value of the private writers of the one-call savers (see PNGWriterKRV's Threads),
+// read and set by user code as one module-level property.
+RBInteger GetSaveThreads();
+void SetSaveThreads(RBInteger threads);
 // CgBI data converted into a standard PNG stream (a string with no encoding), or nil.
 REALstring CgBIToPNGStringKRV(REALstring data);
 
 // Folder item extension methods; the folder item comes first.
 REALobject OpenAsPNGKRV(REALfolderItem file, float gamma, RBBoolean allowDamaged);
 RBBoolean SaveAsPNGKRV3(REALfolderItem file, REALpicture pic, float gamma);
+REALpicture OpenAsAlphaPNGKRV(REALfolderItem file);
+RBBoolean SaveAsAlphaPNGKRV(REALfolderItem file, REALpicture pic, float gamma);
 RBBoolean SaveAsPNGKRV4(REALfolderItem file, REALpicture pic, REALpicture mask, float gamma);
 RBBoolean SaveAsPNGKRV5(REALfolderItem file, REALpicture pic, float gamma, RBBoolean interlace,
                         RBInteger filter);

@@ -2,14 +2,34 @@
 // no owner and no event hooks, so libpng's errors only turn into a false result.
 #include "convert/PNGPicture.h"
 #include "host/Exceptions.h"
+#include "host/HostFacts.h"
 #include "writer/PNGWriter.h"
 
 namespace {
+
+// A private writer record without owner or event hooks, compressing as the application chose.
+bool InitSaver(PNGWriter& w) {
+  if (!Init(w, nullptr, nullptr, nullptr)) return false;
+  w.threads = gHost.saveThreads;
+  return true;
+}
 
 // The rows are loaded: header, gamma, and the image to the destination.
 bool WriteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace, RBInteger filter) {
   return OpenWriteDestination(w, file) && SetHeader(w, interlace, filter, -1) &&
          SetGamma(w, gamma) && WriteInfo(w) && WriteRows(w) && WriteEnd(w);
+}
+
+// Encodes the rows that `load` gives a private writer: into `out` when it is given, else into
+// `file`.
+template <typename Load>
+bool SaveRows(Load load, REALstring* out, REALfolderItem file, float gamma, bool interlace,
+              RBInteger filter) {
+  PNGWriter w;
+  const bool saved = InitSaver(w) && load(w) && WriteImage(w, file, gamma, interlace, filter);
+  if (saved && out) *out = Finish(w);
+  Close(w);
+  return saved;
 }
 
 bool WritePaletteImage(PNGWriter& w, REALfolderItem file, float gamma, bool interlace,
@@ -52,20 +72,15 @@ bool SavePNG7(REALpicture picture, REALpicture mask, REALstring* out, REALfolder
   // A nil picture is a plain failure here, not the loader's exception; so is a nil folder item
   // where a file was asked for, which would otherwise encode into nowhere and report success.
   if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
-  PNGWriter w;
-  bool saved = Init(w, nullptr, nullptr, nullptr) &&
-               LoadRGBPictureToRowPointers(w, picture, mask) &&
-               WriteImage(w, file, gamma, interlace, filter);
-  if (saved && out) *out = Finish(w);
-  Close(w);
-  return saved;
+  return SaveRows([&](PNGWriter& w) { return LoadRGBPictureToRowPointers(w, picture, mask); }, out,
+                  file, gamma, interlace, filter);
 }
 
 bool Save8BitPNG7(REALpicture picture, REALarray colors, REALstring*, REALfolderItem file,
                   float gamma, signed char interlace, RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetPaletteData(w, colors) && picture &&
-                     file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetPaletteData(w, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, false);
   Close(w);
   return saved;
@@ -75,11 +90,35 @@ bool Save8BitPNGwithAlpha8(REALpicture picture, REALarray colors, REALarray alph
                            REALfolderItem file, float gamma, signed char interlace,
                            RBInteger filter) {
   PNGWriter w;
-  const bool saved = Init(w, nullptr, nullptr, nullptr) && SetAlphaData(w, alphas, colors) &&
-                     picture && file && LoadPalettePictureToRowPointers(w, picture) &&
+  const bool saved = InitSaver(w) && SetAlphaData(w, alphas, colors) && picture && file &&
+                     LoadPalettePictureToRowPointers(w, picture) &&
                      WritePaletteImage(w, file, gamma, interlace, filter, true);
   Close(w);
   return saved;
+}
+
+bool SaveAlphaPNG(REALpicture picture, REALstring* out, REALfolderItem file, float gamma) {
+  if (picture == nullptr || (out == nullptr && file == nullptr)) return false;
+  return SaveRows([&](PNGWriter& w) { return LoadAlphaPictureToRowPointers(w, picture); }, out,
+                  file, gamma, false, -1);
+}
+
+REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma) {
+  REALstring out = nullptr;
+  SaveAlphaPNG(pic, &out, nullptr, gamma);
+  return out;
+}
+
+RBBoolean SaveAsAlphaPNGKRV(REALfolderItem file, REALpicture pic, float gamma) {
+  return SaveAlphaPNG(pic, nullptr, file, gamma);
+}
+
+RBInteger GetSaveThreads() {
+  return gHost.saveThreads;
+}
+
+void SetSaveThreads(RBInteger threads) {
+  gHost.saveThreads = threads;
 }
 
 REALstring PictureToPNGStringKRV2(REALpicture pic, float gamma) {

@@ -168,7 +168,9 @@ class PixelStore {
 std::unique_ptr<PixelStore> NewBgraStore(size_t width, size_t height, bool alpha);
 std::unique_ptr<PixelStore> NewGdiplusStore(size_t width, size_t height, bool alpha);
 #else
-std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha);
+// `audit`: the locks check cairo's dirty mark (Profile::auditCairoLocks).
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
+                                          bool audit);
 #endif
 std::unique_ptr<PixelStore> NewBitmapStore(size_t width, size_t height, int alphaInfo,
                                            size_t padding, bool alpha);

@@ -202,7 +202,7 @@ std::unique_ptr<PixelStore> Host::State::NewPlatformStore(size_t width, size_t h
   if (profile.platform == Platform::WindowsGdiplus) return NewGdiplusStore(width, height, alpha);
 #else
   if (profile.platform == Platform::Linux) {
-    return NewCairoStore(width, height, picturePadding, alpha);
+    return NewCairoStore(width, height, picturePadding, alpha, profile.auditCairoLocks);
   }
 #endif
   return nullptr;

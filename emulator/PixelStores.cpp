@@ -55,9 +55,12 @@ int GdFromAlpha(uint8_t alpha) {
 // cairo's own drawing) ends that. At the unlock that leaves no lock open, pixels that changed
 // while cairo still takes the surface for clear were written without the mark; cairo then paints
 // such a surface with alpha channel as blank, as a host shows a new picture written that way.
+// Without that audit the locks do what a host's do: the surface is shown as cairo paints it,
+// locked or not.
 class CairoStore : public PixelStore {
  public:
-  CairoStore(size_t width, size_t height, size_t padding, bool alpha) : alpha_(alpha) {
+  CairoStore(size_t width, size_t height, size_t padding, bool alpha, bool audit)
+      : alpha_(alpha), audit_(audit) {
     CheckSize(width, height, 4);
     // cairo wants rows of whole 32-bit words.
     const uint64_t wideStride = uint64_t{width} * 4 + (uint64_t{padding} + 3) / 4 * 4;
@@ -132,7 +135,7 @@ class CairoStore : public PixelStore {
       c.destroy(context);
       return false;
     }
-    if (contexts_.empty()) BeginLocks();
+    if (contexts_.empty() && audit_) BeginLocks();
     contexts_.push_back(context);
     desc.pictureType = type;
     desc.pictureData = context;
@@ -201,6 +204,11 @@ class CairoStore : public PixelStore {
   }
 
   LocksEnded EndLocks() {
+    shownStale_ = true;
+    if (!audit_) {
+      dirty_ = true;  // the host tells cairo itself, whatever the plug-in did
+      return {};
+    }
     LocksEnded ended;
     ended.ended = true;
     ended.written = std::memcmp(pixels_.get(), atFirstLock_.data(), Bytes()) != 0;
@@ -208,7 +216,6 @@ class CairoStore : public PixelStore {
     // Unchanged pixels were never cleared for cairo: it is told they are there.
     if (!ended.written) dirty_ = true;
     std::vector<unsigned char>().swap(atFirstLock_);
-    shownStale_ = true;
     return ended;
   }
 
@@ -235,10 +242,10 @@ class CairoStore : public PixelStore {
     return clear;
   }
 
-  // While locked, the pixel as it was at the first lock; otherwise as cairo paints it.
+  // While locked and audited, the pixel as it was at the first lock; otherwise as cairo paints it.
   uint32_t ShownWord(size_t x, size_t y) const {
     const unsigned char* at = nullptr;
-    if (!contexts_.empty()) {
+    if (!contexts_.empty() && audit_) {
       at = atFirstLock_.data() + y * stride_ + x * 4;
     } else {
       if (shownStale_ || shown_ == nullptr) Paint();
@@ -285,6 +292,7 @@ class CairoStore : public PixelStore {
   }
 
   bool alpha_;
+  bool audit_;
   size_t stride_ = 0;
   size_t width_ = 0;
   size_t height_ = 0;
@@ -487,8 +495,9 @@ const BitmapContext* FindContext(const void* context) noexcept {
 }  // namespace
 
 #if !defined(_WIN32)
-std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha) {
-  return std::make_unique<CairoStore>(width, height, padding, alpha);
+std::unique_ptr<PixelStore> NewCairoStore(size_t width, size_t height, size_t padding, bool alpha,
+                                          bool audit) {
+  return std::make_unique<CairoStore>(width, height, padding, alpha, audit);
 }
 #endif
 

@@ -1,5 +1,8 @@
-// PNGReaderKRV on any bytes: open, ApplyOptions, then row reads, ReadPicture and the chunk queries.
+// PNGReaderKRV on any bytes: open, ApplyOptions, then row reads, the picture decodes and the chunk
+// and text queries.
 // Input: a byte of choices, two gammas, a count and that many operation bytes, then the data.
+#include <iterator>
+
 #include "fuzz/FuzzHost.h"
 
 using namespace fuzz;
@@ -60,6 +63,17 @@ void (*const kOperations[])(Session&) = {
     [](Session& s) { s.ReadAllRows("ReadRowMaskOnly"); },
     [](Session& s) { host->SetProperty(s.reader, "AllowDamaged", (s.op & 0x80) != 0); },
     [](Session& s) { s.Call("OpenData", {host->GetProperty(s.reader, "SourceData")}); },
+    [](Session& s) {
+      s.Call("ReadAlphaPicture");
+      CheckedPict(s.reader);
+    },
+    [](Session& s) {
+      const RBInteger count = s.Call("TextCount").AsInteger();
+      for (RBInteger i = 0; i < count; ++i) {
+        s.Call("TextKey", {i});
+        s.Call("TextValue", {i});
+      }
+    },
 };
 
 }  // namespace
@@ -75,7 +89,7 @@ void fuzz::Run(Input input) {
   if (s.Call("OpenData", {data}).AsBoolean() && !(choices & 8)) s.ApplyOptions();
   for (const char op : ops) {
     s.op = static_cast<uint8_t>(op);
-    kOperations[s.op % 14](s);
+    kOperations[s.op % std::size(kOperations)](s);
   }
   if (choices & 16) s.Call("ReadPicture");
 }

@@ -118,6 +118,10 @@ struct HostFacts {
   uint32_t controlVersion = 0;  // the definition layout version the host expects, 9 to 13
   HostKind kind = HostKind::kNone;
   EntryPoints entries;
+  // The application's one module-level setting: the Threads value of the one-call savers'
+  // private writers (PNGSaveThreadsKRV). Xojo runs user code on one thread, so the savers read
+  // what the last assignment left.
+  RBInteger saveThreads = 0;
   bool processFunctionsLookedUp = false;
   ProcessFunctions processFunctions;
 
@@ -126,9 +130,7 @@ struct HostFacts {
   bool ServesDesktopPictures() const {
     return kind != HostKind::kConsole && kind != HostKind::kWeb;
   }
-  bool ServesGDPictures() const {
-    return kind != HostKind::kDesktop;
-  }
+  bool ServesGDPictures() const { return kind != HostKind::kDesktop; }
 
   // A host of no known kind is of the kind whose picture storage it was first seen to lock.
   void SettleKind(HostKind seen) {

@@ -1,5 +1,13 @@
 #include "host/ProcessFunctions.h"
 
+#if defined(_WIN32)
+
+// No Windows host keeps its pictures in bitmap contexts or in cairo.
+ProcessFunctions LookUpProcessFunctions() {
+  return {};
+}
+
+#else
 #include <dlfcn.h>
 
 namespace {
@@ -33,3 +41,5 @@ ProcessFunctions LookUpProcessFunctions() {
   LookUp(&c.stride, "cairo_image_surface_get_stride");
   return f;
 }
+
+#endif

@@ -126,6 +126,23 @@ REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t length) {
   return utf8;
 }
 
+// Characters up to U+00FF take one byte below 0x80, or the lead byte 0xC2 or 0xC3 and one
+// continuation byte.
+bool UTF8ToLatin1(const char* utf8, std::string* out) {
+  out->clear();
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8); *p; ++p) {
+    if (*p < 0x80) {
+      out->push_back(static_cast<char>(*p));
+    } else if ((*p == 0xC2 || *p == 0xC3) && (p[1] & 0xC0) == 0x80) {
+      out->push_back(static_cast<char>((*p & 0x1F) << 6 | (p[1] & 0x3F)));
+      ++p;
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
 REALstring BuildASCIIString(const char* text) {
   return text ? REALBuildUnicodeString(text, static_cast<int64_t>(strlen(text)),
                                        kREALTextEncodingASCII)

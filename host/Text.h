@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include <string>
+
 #include "host/HostRuntime.h"
 
 // A host string seen as zero-terminated UTF-8 (GetUTF8), or as its own bytes with no conversion
@@ -50,6 +52,10 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, unsigned lon
 
 // UTF-16 bytes (host byte order) to a new UTF-8 host string, or null.
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t length);
+
+// Zero-terminated UTF-8 text as Latin-1, one byte a character, into `out`; false when a character
+// lies beyond Latin-1 or the bytes are not UTF-8.
+bool UTF8ToLatin1(const char* utf8, std::string* out);
 
 // The host string of a zero-terminated ASCII message (the form of event messages), or null.
 REALstring BuildASCIIString(const char* text);

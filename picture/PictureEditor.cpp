@@ -81,6 +81,25 @@ bool UsableGDImage(const REALpictureDescription& d) {
 
 }  // namespace
 
+const char kNoAlphaPictures[] = "Pictures with an alpha channel need Xojo 2011 Release 4 or later.";
+
+bool HostHasAlphaPictures() {
+  return gHost.version >= hostversion::kAlphaPictureConstructorFrom;
+}
+
+REALpicture NewAlphaPicture(RBInteger width, RBInteger height) {
+  if (!HostHasAlphaPictures()) return nullptr;
+  REALobject object = REALnewInstance("Picture");
+  auto construct = reinterpret_cast<ConstructorProc>(
+      object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
+  if (construct == nullptr) {
+    if (object) REALUnlockObject(object);
+    return nullptr;
+  }
+  construct(object, width, height);
+  return reinterpret_cast<REALpicture>(object);
+}
+
 void CopyPictureResolutions(REALpicture from, REALpicture to) {
   RBInteger vertical = 0;
   RBInteger horizontal = 0;
@@ -191,16 +210,8 @@ bool PictureEditor::EditDrawnCopy(REALpicture pic, bool reading) {
   }
   REALpicture copy = nullptr;
   if (hasAlpha) {
-    if (gHost.version < hostversion::kAlphaPictureConstructorFrom) return false;
-    REALobject object = REALnewInstance("Picture");
-    auto construct = reinterpret_cast<ConstructorProc>(
-        object ? REALLoadObjectMethod(object, kConstructor) : nullptr);
-    if (construct == nullptr) {
-      if (object) REALUnlockObject(object);
-      return false;
-    }
-    construct(object, w, h);
-    copy = reinterpret_cast<REALpicture>(object);
+    copy = NewAlphaPicture(w, h);
+    if (copy == nullptr) return false;
     GraphicsDrawPicture(copy, pic, w, h, w, h);
   } else {
     // The mask is detached for the copy, so the copy holds the picture's own colours.
@@ -367,8 +378,18 @@ unsigned char* PictureEditor::RowAddress(RBInteger y) const {
 }
 
 bool PictureWriter::NewPictureWriter(int w, int h) {
-  if (w < 1 || w > kMaxPictureSide || h < 1 || h > kMaxPictureSide) return false;
-  REALpicture fresh = REALNewPicture(w, h, 32);
+  return ValidSides(w, h) && EditNewPicture(REALNewPicture(w, h, 32));
+}
+
+bool PictureWriter::NewAlphaPictureWriter(int w, int h) {
+  return ValidSides(w, h) && EditNewPicture(NewAlphaPicture(w, h));
+}
+
+bool PictureWriter::ValidSides(int w, int h) {
+  return w >= 1 && w <= kMaxPictureSide && h >= 1 && h <= kMaxPictureSide;
+}
+
+bool PictureWriter::EditNewPicture(REALpicture fresh) {
   if (fresh == nullptr) return false;
   const bool ok = GetPictureEditor(fresh, false, true);
   UnlockHandle(fresh);

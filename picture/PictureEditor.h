@@ -27,6 +27,11 @@ class PictureEditor {
   // Address of row `y`; an index outside the picture gives the top row.
   unsigned char* RowAddress(RBInteger y) const;
 
+  // Row `y` as user code sees it, four bytes a pixel, R, G, B, A, into `out` (width × 4 bytes):
+  // colour divided by alpha again (rounded) where the format multiplies it, gd's 7-bit alpha
+  // widened, opaque where the format keeps no alpha. A format the table lacks gives zeros.
+  void LoadRGBARow(RBInteger y, unsigned char* out) const;
+
   int32_t rowBytes = 0;
   int32_t width = 0;
   int32_t height = 0;
@@ -88,6 +93,8 @@ class PictureWriter : public PictureEditor {
   // Sets the writer up on a new 32-bit picture of that size (each side 1 to 32767). When the host
   // made the picture but gives no way to write its pixels, `refused` tells so.
   bool NewPictureWriter(int width, int height);
+  // The same on a new picture with an alpha channel (see NewAlphaPicture).
+  bool NewAlphaPictureWriter(int width, int height);
 
   // Stores one decoded row, bytes R, G, B, x a pixel, and moves to the next row. Each pixel is
   // stored opaque, its colour where the format keeps red, green and blue (red and blue exchanged
@@ -95,6 +102,10 @@ class PictureWriter : public PictureEditor {
   void StoreColourRow(const unsigned char* row, RBInteger width, bool swap);
   // The same for a row of three bytes a pixel, R, G, B.
   void StoreRGBRow(const unsigned char* row, RBInteger width, bool swap);
+  // Stores one decoded row of R, G, B, A bytes (red and blue exchanged with `swap`) with its
+  // alpha, as the format keeps a pixel: premultiplied, gd's 7-bit alpha or straight. The row may
+  // be this writer's current row, converted in place.
+  void StoreRGBARow(const unsigned char* row, RBInteger width, bool swap);
   // Stores the grey 255 − x of each pixel of a decoded row, and moves to the next row.
   void StoreMaskRow(const unsigned char* row, RBInteger width);
   // Both of the above in one pass over the row: the colour here, the grey into `mask`. The row
@@ -107,6 +118,8 @@ class PictureWriter : public PictureEditor {
   // for a format that stores nothing.
   bool ColourWords(const unsigned char* row, RBInteger count, bool swap, uint32_t* words) const;
   bool MaskWords(const unsigned char* row, RBInteger count, uint32_t* words) const;
+  // The words StoreRGBARow would store, likewise.
+  bool RGBAWords(const unsigned char* row, RBInteger count, bool swap, uint32_t* words) const;
   // Whether this writer's colour words, as StoreColourRow stores them, lie in memory as rows of
   // some FilledRowOrder, and which.
   bool FilledRows(bool swap, FilledRowOrder* order) const;
@@ -122,7 +135,21 @@ class PictureWriter : public PictureEditor {
   uint32_t* destination = nullptr;
   bool refused = false;
   RBInteger row = 0;
+
+ private:
+  static bool ValidSides(int width, int height);
+  // Sets the writer up on `fresh`, whose reference it takes over; false for nil.
+  bool EditNewPicture(REALpicture fresh);
 };
+
+// Pictures with an alpha channel exist on hosts from 2011.04 on; older hosts are told so in
+// this message.
+bool HostHasAlphaPictures();
+extern const char kNoAlphaPictures[];
+
+// A new transparent picture with an alpha channel, made as user code makes one: an instance of
+// the host's class "Picture" and its constructor. Nil where the host cannot make one.
+REALpicture NewAlphaPicture(RBInteger width, RBInteger height);
 
 // Both resolutions of `from` onto `to`, when both can be read and are at least 1.
 void CopyPictureResolutions(REALpicture from, REALpicture to);

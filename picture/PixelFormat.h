@@ -86,3 +86,63 @@ constexpr const PixelFormat* FindPixelFormat(int32_t code) {
 constexpr uint8_t OpaqueAlpha(const PixelFormat& f) {
   return f.alphaKind == AlphaKind::kGd7Bit ? 0 : 255;
 }
+
+// A pixel as user code sees it: colour not multiplied by alpha, alpha 255 opaque.
+struct StraightPixel {
+  uint8_t red;
+  uint8_t green;
+  uint8_t blue;
+  uint8_t alpha;
+};
+
+// A colour multiplied by alpha, rounded to the nearest, as premultiplied storages keep it.
+constexpr uint8_t Premultiply(uint32_t colour, uint32_t alpha) {
+  return static_cast<uint8_t>((colour * alpha + 127) / 255);
+}
+
+// A premultiplied colour divided by alpha again, rounded to the nearest: Premultiply of the
+// result gives the stored value back. Nothing is left of a colour where alpha is 0.
+constexpr uint8_t Unpremultiply(uint32_t colour, uint32_t alpha) {
+  if (alpha == 0) return 0;
+  const uint32_t value = (colour * 255 + alpha / 2) / alpha;
+  return static_cast<uint8_t>(value > 255 ? 255 : value);
+}
+
+// gd's 7-bit alpha (0 opaque, 127 transparent) of an 8-bit alpha, and back, each rounded to
+// the nearest step. Only the low 7 bits of gd's alpha byte count.
+constexpr uint8_t GdAlpha(uint32_t alpha) {
+  return static_cast<uint8_t>(((255 - alpha) * 127 + 127) / 255);
+}
+constexpr uint8_t AlphaOfGd(uint32_t gd) {
+  return static_cast<uint8_t>(255 - ((gd & 0x7F) * 255 + 63) / 127);
+}
+
+// The alpha byte that format `f` keeps for `alpha`, and the alpha a kept byte stands for.
+constexpr uint8_t StoredAlpha(const PixelFormat& f, uint8_t alpha) {
+  if (f.alphaKind == AlphaKind::kGd7Bit) return GdAlpha(alpha);
+  return f.alphaKind == AlphaKind::kNone ? 255 : alpha;
+}
+constexpr uint8_t AlphaOfStored(const PixelFormat& f, uint8_t stored) {
+  if (f.alphaKind == AlphaKind::kGd7Bit) return AlphaOfGd(stored);
+  return f.alphaKind == AlphaKind::kNone ? 255 : stored;
+}
+
+// Stores `p` into the four bytes at `pixel` as format `f` keeps it; a format without alpha keeps
+// the colour alone.
+inline void StoreStraight(const PixelFormat& f, StraightPixel p, unsigned char* pixel) {
+  const bool multiply = f.alphaKind == AlphaKind::kPremultiplied;
+  pixel[f.red] = multiply ? Premultiply(p.red, p.alpha) : p.red;
+  pixel[f.green] = multiply ? Premultiply(p.green, p.alpha) : p.green;
+  pixel[f.blue] = multiply ? Premultiply(p.blue, p.alpha) : p.blue;
+  pixel[f.alpha] = StoredAlpha(f, p.alpha);
+}
+
+// The pixel kept at `pixel` in format `f`, as user code sees it.
+inline StraightPixel LoadStraight(const PixelFormat& f, const unsigned char* pixel) {
+  const uint8_t alpha = AlphaOfStored(f, pixel[f.alpha]);
+  if (f.alphaKind != AlphaKind::kPremultiplied) {
+    return {pixel[f.red], pixel[f.green], pixel[f.blue], alpha};
+  }
+  return {Unpremultiply(pixel[f.red], alpha), Unpremultiply(pixel[f.green], alpha),
+          Unpremultiply(pixel[f.blue], alpha), alpha};
+}

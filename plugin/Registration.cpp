@@ -178,6 +178,9 @@ bool GetterDeclaration(const char* declaration, const char* className,
   const size_t head = static_cast<size_t>(stop - declaration);
   if (*stop == ' ')
     return Compose(out, declaration, head, "(extends ref as %s)%s", className, stop);
+  // Empty parentheses take the folder item alone.
+  if (stop[1] == ')')
+    return Compose(out, declaration, head, "(extends ref as %s%s", className, stop + 1);
   return Compose(out, declaration, head, "(extends ref as %s, %s", className, stop + 1);
 }
 

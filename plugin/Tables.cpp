@@ -78,6 +78,10 @@ REALmethodDefinition readerMethods[] = {
            kConsole),
     Method(Proc(rbReadsRGBTag), "ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
            kConsole),
+    Method(Proc(rbReadAlphaPicture), "ReadAlphaPicture() As Boolean", kConsoleSafeMark),
+    Method(Proc(rbTextCount), "TextCount As Integer", kConsole),
+    Method(Proc(rbTextKey), "TextKey(index As Integer) As String", kConsole),
+    Method(Proc(rbTextValue), "TextValue(index As Integer) As String", kConsole),
 };
 
 }  // namespace
@@ -178,6 +182,9 @@ REALmethodDefinition extensionMethods[] = {
            "SaveAs8BitAlphaPNGKRV(pic as picture, colors() as color, alphas() as integer, gamma "
            "as single, Interlace as Boolean, FilterType as integer) as boolean",
            kConsoleSafeMark),
+    Method(Proc(OpenAsAlphaPNGKRV), "OpenAsAlphaPNGKRV() As Picture", kConsoleSafeMark),
+    Method(Proc(SaveAsAlphaPNGKRV),
+           "SaveAsAlphaPNGKRV(pic As Picture, gamma As Single = 0.0) As Boolean", kConsoleSafeMark),
 };
 
 REALmethodDefinition globalMethods[] = {
@@ -205,6 +212,14 @@ REALmethodDefinition globalMethods[] = {
            "Boolean, FilterType as integer) as string",
            kConsoleSafeMark),
     Method(Proc(CgBIToPNGStringKRV), "CgBIToPNGStringKRV(data as string) as string", kConsole),
+    Method(Proc(PNGStringToAlphaPictureKRV),
+           "PNGStringToAlphaPictureKRV(data As String) As Picture", kConsoleSafeMark),
+    Method(Proc(AlphaPictureToPNGStringKRV),
+           "AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
+           kConsoleSafeMark),
+    // A module-level property as a getter and an assigning setter.
+    Method(Proc(GetSaveThreads), "PNGSaveThreadsKRV as integer", kConsole),
+    Method(Proc(SetSaveThreads), "PNGSaveThreadsKRV(assigns threads as integer)", kConsole),
 };
 
 }  // namespace

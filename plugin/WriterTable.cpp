@@ -25,6 +25,7 @@ REALproperty writerProperties[] = {
     IntegerField("bpc", offsetof(PNGWriter, bpc)),
     IntegerField("Type", offsetof(PNGWriter, type)),
     IntegerField("Rowbytes", offsetof(PNGWriter, rowBytes)),
+    IntegerField("Threads", offsetof(PNGWriter, threads)),
 };
 
 REALmethodDefinition writerMethods[] = {
@@ -62,6 +63,11 @@ REALmethodDefinition writerMethods[] = {
     Method(Proc(rbLoadRows), "SetRows(rows() as memoryblock) as boolean", kConsoleSafeMark),
     Method(Proc(rbLoadPalettePicture), "SetPalettePicture(pict as picture) as boolean",
            kConsoleSafeMark),
+    Method(Proc(rbLoadAlphaPicture), "SetAlphaPicture(pict As Picture) As Boolean",
+           kConsoleSafeMark),
+    Method(Proc(rbAddText),
+           "AddText(key As String, value As String, compressed As Boolean = False) As Boolean",
+           kConsole),
 };
 
 REALconstant writerConstants[] = {

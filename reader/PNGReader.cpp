@@ -10,27 +10,41 @@
 
 namespace {
 
-constexpr int kStates = static_cast<int>(ReaderState::kFailed) + 1;
-constexpr int kCalls = static_cast<int>(ReaderCall::kQuery) + 1;
+constexpr int kStates = static_cast<int>(ReaderState::kEndRead) + 1;
+constexpr int kCalls = static_cast<int>(ReaderCall::kText) + 1;
+
+// libpng keeps text and sPLT chunks up to two fewer than this count together, each of at most
+// this many bytes, also once decompressed: a file can make the reader hold no more than about
+// their product, whatever its compressed text inflates to. libpng warns once when it leaves
+// further chunks out, and drops a text that inflates beyond the limit with a warning. The byte
+// limit is libpng's own default, which also bounds every chunk's length, so no file that the
+// reader took before is refused now.
+constexpr png_uint_32 kChunkCacheMax = 32;
+constexpr png_alloc_size_t kChunkMallocMax = 8000000;
 
 constexpr char kNotSetUp[] = "ApplyOptions has not set the reader up; call it first.";
 constexpr char kRowsRead[] = "Rows have been read already; call ApplyOptions to start over.";
 constexpr char kDecoded[] =
     "The picture has been decoded already; call ApplyOptions to read the image again.";
 constexpr char kFailed[] = "The stream failed at an earlier row; call ApplyOptions to start over.";
+constexpr char kImageRead[] =
+    "The whole image has been read already; call ApplyOptions to read it again.";
 
 // Why a call can't run in a state: null when it can, "" for a refusal without an event (nothing
 // has been opened or set up, or the reader can't be used at all).
 const char* const kRefusals[kStates][kCalls] = {
-    // kOpen, kApplyOptions, kReadRow, kReadPicture, kQuery
-    /* Unusable    */ {"", "", "", "", ""},
-    /* NoSource    */ {nullptr, "", "", "", nullptr},
-    /* Opened      */ {nullptr, nullptr, kNotSetUp, "", nullptr},
-    /* NotSetUp    */ {nullptr, nullptr, kNotSetUp, "", nullptr},
-    /* SetUp       */ {nullptr, nullptr, nullptr, nullptr, nullptr},
-    /* ReadingRows */ {nullptr, nullptr, nullptr, kRowsRead, nullptr},
-    /* Decoded     */ {nullptr, nullptr, kDecoded, kDecoded, nullptr},
-    /* Failed      */ {nullptr, nullptr, kFailed, kFailed, nullptr},
+    // kOpen, kApplyOptions, kReadRow, kReadPicture, kQuery, kText
+    /* Unusable     */ {"", "", "", "", "", ""},
+    /* NoSource     */ {nullptr, "", "", "", nullptr, ""},
+    /* Opened       */ {nullptr, nullptr, kNotSetUp, "", nullptr, kNotSetUp},
+    /* NotSetUp     */ {nullptr, nullptr, kNotSetUp, "", nullptr, kNotSetUp},
+    /* SetUp        */ {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+    /* ReadingRows  */ {nullptr, nullptr, nullptr, kRowsRead, nullptr, nullptr},
+    /* Decoded      */ {nullptr, nullptr, kDecoded, kDecoded, nullptr, nullptr},
+    /* Failed       */ {nullptr, nullptr, kFailed, kFailed, nullptr, nullptr},
+    /* LastRowRead  */ {nullptr, nullptr, nullptr, kRowsRead, nullptr, nullptr},
+    /* DecodedWhole */ {nullptr, nullptr, kDecoded, kDecoded, nullptr, nullptr},
+    /* EndRead      */ {nullptr, nullptr, kImageRead, kImageRead, nullptr, nullptr},
 };
 
 void ReleaseSourceText(PNGReader& r) {
@@ -59,6 +73,8 @@ bool CreateReadState(PNGReader& r) {
   r.png = png_create_read_struct("1.6.30", &r, user_error_fn_reader, user_warning_fn_reader);
   if (r.png == nullptr) return false;
   png_set_mem_fn(r.png, &r, AllocateForLibpng, FreeForLibpng);
+  png_set_chunk_cache_max(r.png, kChunkCacheMax);
+  png_set_chunk_malloc_max(r.png, kChunkMallocMax);
   return CreateInfo(r);
 }
 

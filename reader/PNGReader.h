@@ -33,16 +33,25 @@ struct MemorySource {
 //   Opened       | an opener                         | an opener; ApplyOptions (SetUp, or
 //                |                                   | NotSetUp when libpng fails); the queries
 //   NotSetUp     | ApplyOptions failed               | as Opened; row reads are refused
-//   SetUp        | ApplyOptions                      | as Opened; RowBytes; a row read
-//                |                                   | (ReadingRows, Failed); ReadPicture (Decoded)
-//   ReadingRows  | a row read                        | as Opened; RowBytes; row reads (Failed when
-//                |                                   | libpng fails); ReadPicture is refused
-//   Decoded      | ReadPicture, whatever its outcome | as Opened; RowBytes; row reads and
-//                |                                   | ReadPicture are refused
+//   SetUp        | ApplyOptions                      | as Opened; RowBytes; the text queries; a row
+//                |                                   | read (ReadingRows, LastRowRead, Failed); a
+//                |                                   | picture decode (DecodedWhole, Decoded)
+//   ReadingRows  | a row read                        | as SetUp, but a picture decode is refused
+//   LastRowRead  | the row read of the image's last  | as ReadingRows; a text query reads the end
+//                | row (of its last pass)            | of the stream first (EndRead)
+//   Decoded      | a picture decode that failed      | as Opened; RowBytes; the text queries; row
+//                | after libpng handed out rows      | reads and picture decodes are refused
+//   DecodedWhole | a picture decode that read every  | as Decoded; a text query reads the end of
+//                | row                               | the stream first (EndRead)
 //   Failed       | libpng failed during a row read   | as Decoded
+//   EndRead      | a text query after the last row   | as Decoded
 //
 // A picture decode that fails before libpng hands out a row (no picture of that size, no memory
-// for its buffer) leaves the reader SetUp. RowBytes is Width x 4 from SetUp on, 0 before.
+// for its buffer) leaves the reader SetUp. RowBytes is Width x 4 from SetUp on, 0 before. The
+// decoders never read the end of the stream themselves, so a damaged end costs them nothing: only
+// the text chunks after the image data need it, and the text queries read it once, when asked.
+// Until then, and in the states that did not read every row, they give the text chunks before
+// the image data.
 enum class ReaderState : int32_t {
   kUnusable = 0,  // the zeroed record
   kNoSource,
@@ -52,6 +61,9 @@ enum class ReaderState : int32_t {
   kReadingRows,
   kDecoded,
   kFailed,
+  kLastRowRead,
+  kDecodedWhole,
+  kEndRead,
 };
 
 // The kinds of call the state table tells apart.
@@ -59,8 +71,9 @@ enum class ReaderCall : int32_t {
   kOpen,
   kApplyOptions,
   kReadRow,
-  kReadPicture,
-  kQuery,  // ReadsRGBTag, ReadICCProfile
+  kReadPicture,  // ReadPicture, ReadAlphaPicture
+  kQuery,        // ReadsRGBTag, ReadICCProfile
+  kText,         // TextCount, TextKey, TextValue
 };
 
 struct PNGReader {
@@ -135,6 +148,11 @@ void StartIndexRows(PNGReader& r);
 void StartFilledRows(PNGReader& r, bool bgr, unsigned char filler, bool fillerFirst);
 bool ReadsRGBTag(PNGReader& r, RBInteger& intent);
 bool ReadICCProfile(PNGReader& r, REALstring& name, RBInteger& compression, REALstring& profile);
+// The text chunks (tEXt, zTXt, iTXt) read so far, counted, and the key and text of one of them as
+// host strings; an index outside 0 .. count − 1 raises OutOfBoundsException.
+RBInteger TextCount(PNGReader& r);
+REALstring TextKey(PNGReader& r, RBInteger index);
+REALstring TextValue(PNGReader& r, RBInteger index);
 REALmemoryBlock ReadRow(PNGReader& r);
 bool ReadRow(PNGReader& r, REALmemoryBlock block);
 bool ReadRowMaskOnly(PNGReader& r, REALmemoryBlock block);
@@ -143,6 +161,9 @@ bool ReadRowAlphaOnly(PNGReader& r, REALmemoryBlock block);
 // Decodes the whole image into the record's Pict (and Mask for an image with alpha); returns
 // whether Pict is set.
 bool ReadPicture(PNGReader& r);
+// The whole image into one picture with an alpha channel (Pict; Mask nil): colour and alpha as
+// the host keeps them in such a picture. Hosts without such pictures get an Error event.
+bool ReadAlphaPicture(PNGReader& r);
 
 // libpng callbacks.
 png_voidp AllocateForLibpng(png_structp png, png_alloc_size_t size);
@@ -166,7 +187,11 @@ RBBoolean rbReadRowAlphaOnly(REALobject instance, REALmemoryBlock mem);
 RBBoolean rbReadICCProfile(REALobject instance, REALstring* name, RBInteger* compression,
                            REALstring* profile);
 RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent);
+RBInteger rbTextCount(REALobject instance);
+REALstring rbTextKey(REALobject instance, RBInteger index);
+REALstring rbTextValue(REALobject instance, RBInteger index);
 RBBoolean rbReadPicture(REALobject instance);
+RBBoolean rbReadAlphaPicture(REALobject instance);
 RBBoolean rbOpenSpecialData(REALobject instance, REALstring data);
 REALpicture rbCombinePictureWithMask(REALobject instance);
 RBBoolean GetAllowDamaged(REALobject instance, RBInteger param);

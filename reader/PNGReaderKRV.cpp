@@ -124,9 +124,29 @@ RBBoolean rbReadsRGBTag(REALobject instance, RBInteger* intent) {
   return ReadsRGBTag(d->reader, *intent);
 }
 
+RBInteger rbTextCount(REALobject instance) {
+  PNGReaderData* d = Data(instance);
+  return d ? TextCount(d->reader) : 0;
+}
+
+REALstring rbTextKey(REALobject instance, RBInteger index) {
+  PNGReaderData* d = Data(instance);
+  return d ? TextKey(d->reader, index) : nullptr;
+}
+
+REALstring rbTextValue(REALobject instance, RBInteger index) {
+  PNGReaderData* d = Data(instance);
+  return d ? TextValue(d->reader, index) : nullptr;
+}
+
 RBBoolean rbReadPicture(REALobject instance) {
   PNGReaderData* d = Data(instance);
   return d ? ReadPicture(d->reader) : false;
+}
+
+RBBoolean rbReadAlphaPicture(REALobject instance) {
+  PNGReaderData* d = Data(instance);
+  return d ? ReadAlphaPicture(d->reader) : false;
 }
 
 REALpicture rbCombinePictureWithMask(REALobject instance) {

@@ -1,7 +1,8 @@
-// Decoding a whole image into a host picture, and for an image with alpha into a separate mask,
-// by one decoder: what it makes (picture, or picture and mask), how the image comes (row by row,
-// or every row in each pass of an interlaced image) and what libpng's rows hold are data that
-// one loop of row reads follows.
+// Decoding a whole image into a host picture, and for an image with alpha into a separate mask
+// or into the alpha channel of a picture that has one, by one decoder: what it makes (picture,
+// picture and mask, or picture with alpha channel), how the image comes (row by row, or every
+// row in each pass of an interlaced image) and what libpng's rows hold are data that one loop of
+// row reads follows.
 //
 // A palette image is decoded as its indices, one byte a pixel, each looked up in a table of the
 // words that its palette entry (gamma corrected by libpng, alpha from the transparency chunk)
@@ -13,6 +14,7 @@
 // whole image otherwise.
 #include <stdlib.h>
 
+#include "host/Text.h"
 #include "picture/PictureEditor.h"
 #include "reader/PNGReader.h"
 
@@ -28,6 +30,7 @@ enum class Rows { kRGBA, kRGB, kIndices, kWords };
 // One decode, described by the image and the picture's format, and the writers it fills.
 struct Decoder {
   bool withMask = false;  // a mask next to the picture: the rows carry alpha
+  bool alpha = false;     // a picture with an alpha channel: the rows carry alpha, no mask
   bool whole = false;     // an interlaced image: converted once its last pass is read
   Rows rows = Rows::kRGBA;
   bool inPicture = false;  // libpng's rows are the picture's own rows
@@ -43,17 +46,18 @@ struct Decoder {
   ~Decoder() { free(buffer); }
 };
 
-// The rows libpng is to deliver, and where they go. Words only without a mask, and only when
+// The rows libpng is to deliver, and where they go. Words only without alpha, and only when
 // libpng makes them with no more than its filler: its red-blue exchange is a byte loop that
 // costs more than the conversion it would save. Otherwise a one-pass image without alpha is read
 // as RGB, which the conversion fills out itself, for libpng's filler is a byte loop too.
 void ChooseRows(const PNGReader& r, Decoder& d) {
   const bool known = d.pict.FilledRows(d.swap, &d.order);
+  const bool withAlpha = d.withMask || d.alpha;
   if (png_get_color_type(r.png, r.info) == PNG_COLOR_TYPE_PALETTE) {
     d.rows = Rows::kIndices;
-  } else if (!d.withMask && known && !d.order.bgr) {
+  } else if (!withAlpha && known && !d.order.bgr) {
     d.rows = Rows::kWords;
-  } else if (!d.withMask && !d.whole) {
+  } else if (!withAlpha && !d.whole) {
     d.rows = Rows::kRGB;
   }
   d.inPicture = d.rows == Rows::kWords || (d.rows == Rows::kRGBA && d.whole && known);
@@ -100,7 +104,11 @@ void BuildTables(const PNGReader& r, Decoder& d) {
   if (d.rows != Rows::kIndices) return;
   unsigned char rgba[kPaletteEntries * 4];
   ReadPalette(r, rgba);
-  d.pict.ColourWords(rgba, kPaletteEntries, d.swap, d.colours);
+  if (d.alpha) {
+    d.pict.RGBAWords(rgba, kPaletteEntries, d.swap, d.colours);
+  } else {
+    d.pict.ColourWords(rgba, kPaletteEntries, d.swap, d.colours);
+  }
   if (d.withMask) d.mask.MaskWords(rgba, kPaletteEntries, d.masks);
 }
 
@@ -111,7 +119,8 @@ unsigned char* Target(const Decoder& d, RBInteger y) {
 }
 
 // Colour into the picture, always opaque (with `swap` red and blue trade places), and for an
-// image with alpha 255 − alpha into the mask: black shows, white hides. Words are in place.
+// image with alpha 255 − alpha into the mask: black shows, white hides; or colour and alpha into
+// a picture with an alpha channel. Words are in place, and so may RGBA rows be.
 void ConvertRow(Decoder& d, const unsigned char* row, RBInteger width) {
   PictureWriter& pict = d.pict;
   if (d.rows == Rows::kIndices) {
@@ -122,6 +131,8 @@ void ConvertRow(Decoder& d, const unsigned char* row, RBInteger width) {
     }
   } else if (d.rows == Rows::kRGB) {
     pict.StoreRGBRow(row, width, d.swap);
+  } else if (d.rows == Rows::kRGBA && d.alpha) {
+    pict.StoreRGBARow(row, width, d.swap);
   } else if (d.rows == Rows::kRGBA && d.withMask) {
     pict.StoreColourAndMaskRow(row, width, d.swap, d.mask);
   } else if (d.rows == Rows::kRGBA) {
@@ -150,16 +161,13 @@ void ConvertWholeImage(const PNGReader& r, Decoder& d) {
   for (RBInteger y = 0; y < r.height; ++y) ConvertRow(d, Target(d, y), r.width);
 }
 
-// A writer of the image's size, which the decoder may fill without bounds checks per pixel. A
-// host that makes the picture but gives no way to write its pixels (a Windows desktop host that
-// hands out neither its pixels nor a GDI+ bitmap, for one) is told of as an error.
-bool SetUpWriter(PictureWriter& writer, PNGReader& r) {
+// A writer of the image's size, which the decoder may fill without bounds checks per pixel; on
+// a picture with an alpha channel with `alpha`.
+bool SetUpWriter(PictureWriter& writer, const PNGReader& r, bool alpha = false) {
   if (r.width > INT32_MAX || r.height > INT32_MAX) return false;
-  if (!writer.NewPictureWriter(static_cast<int>(r.width), static_cast<int>(r.height))) {
-    if (writer.refused) QueueError(r.events, "The host's pictures cannot be written to.");
-    return false;
-  }
-  return writer.width >= r.width && writer.height >= r.height;
+  const int w = static_cast<int>(r.width), h = static_cast<int>(r.height);
+  const bool made = alpha ? writer.NewAlphaPictureWriter(w, h) : writer.NewPictureWriter(w, h);
+  return made && writer.width >= r.width && writer.height >= r.height;
 }
 
 // The row buffer, or the whole image's; the size is taken in 64 bits so that one that would wrap
@@ -188,13 +196,15 @@ void KeepPictures(PNGReader& r, Decoder& d, bool read) {
   if (d.withMask) Replace(r.mask, d.mask);
 }
 
-bool Decode(PNGReader& r) {
+// Into a picture and, for an image with alpha, a mask; or into one picture with an alpha channel.
+bool Decode(PNGReader& r, bool alpha) {
   Decoder d;
-  d.withMask = r.colorType == PNG_COLOR_TYPE_RGB_ALPHA;
+  d.alpha = alpha;
+  d.withMask = !alpha && r.colorType == PNG_COLOR_TYPE_RGB_ALPHA;
   d.whole = r.passes != 1;
   d.swap = r.swapRB;
   if (d.withMask && !SetUpWriter(d.mask, r)) return false;
-  if (!SetUpWriter(d.pict, r)) return false;
+  if (!SetUpWriter(d.pict, r, alpha)) return false;
   ChooseRows(r, d);
   if (!AllocateBuffer(r, d)) return false;
   // From here libpng hands out the rows chosen: the set-up is spent, whatever the outcome.
@@ -205,14 +215,38 @@ bool Decode(PNGReader& r) {
     BuildTables(r, d);
     read = ReadEveryRow(r, d);
   }
-  if (read) ConvertWholeImage(r, d);
+  if (read) {
+    ConvertWholeImage(r, d);
+    r.state = ReaderState::kDecodedWhole;
+  }
   KeepPictures(r, d, read);
   return r.pict != nullptr;
 }
 
+// Whether the host makes new pictures whose pixels no route of this platform can reach (a Windows
+// desktop host that hands out neither its pixels nor a GDI+ bitmap, for one).
+bool HostRefusesPictures() {
+  PictureWriter probe;
+  return !probe.NewPictureWriter(1, 1) && probe.refused;
+}
+
 }  // namespace
 
+// A decode that failed for want of a picture to write into says so.
 bool ReadPicture(PNGReader& r) {
   if (!Admit(r, ReaderCall::kReadPicture)) return Report(r, false);
-  return Report(r, Decode(r));
+  const bool decoded = Decode(r, false);
+  if (!decoded && HostRefusesPictures()) {
+    QueueError(r.events, "The host's pictures cannot be written to.");
+  }
+  return Report(r, decoded);
+}
+
+bool ReadAlphaPicture(PNGReader& r) {
+  if (!Admit(r, ReaderCall::kReadPicture)) return Report(r, false);
+  if (!HostHasAlphaPictures()) {
+    QueueError(r.events, kNoAlphaPictures);
+    return Report(r, false);
+  }
+  return Report(r, Decode(r, true));
 }

@@ -16,10 +16,21 @@ bool ReadNextRow(PNGReader& r, void* row, bool start) {
   return true;
 }
 
+// libpng has handed out the image's last row: it has moved past the last pass of an interlaced
+// image, or past the last row of a plain one.
+bool LastRowRead(const PNGReader& r) {
+  return png_get_current_pass_number(r.png) >= 7 ||
+         (r.passes == 1 && png_get_current_row_number(r.png) >= r.height);
+}
+
 // Reads the next row and settles the state: after a libpng error the stream can't go on.
 bool ReadRowInto(PNGReader& r, void* row) {
   const bool read = ReadNextRow(r, row, r.state == ReaderState::kSetUp);
-  r.state = read ? ReaderState::kReadingRows : ReaderState::kFailed;
+  if (!read) {
+    r.state = ReaderState::kFailed;
+  } else {
+    r.state = LastRowRead(r) ? ReaderState::kLastRowRead : ReaderState::kReadingRows;
+  }
   return read;
 }
 

@@ -130,10 +130,14 @@ void SortByAlpha(PNGWriter& w) {
 
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression) {
   if (!Admit(w, WriterCall::kSetHeader)) return false;
-  const bool set = SetHeaderArmed(w, interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
-                                  Clamped(filter), Clamped(compression));
+  const int filterBits = Clamped(filter), level = Clamped(compression);
+  const bool set =
+      SetHeaderArmed(w, interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, filterBits, level);
   // libpng keeps the values of a header it refuses; WriteInfo must not write them.
   w.state = set ? WriterState::kDescribing : WriterState::kHeaderRefused;
+  // libpng took the filter and level only when the whole call went through.
+  if (set && filterBits >= 0) w.filter = filterBits;
+  if (set && level >= 0) w.level = level;
   return Report(w, set);
 }
 

@@ -201,6 +201,8 @@ bool RaiseIfNil(const void* object, const char* message) {
 bool Init(PNGWriter& w, REALobject owner, StringEventProc errorEvent,
           StringEventProc warningEvent) {
   memset(&w, 0, sizeof w);
+  w.filter = -1;
+  w.level = -1;
   w.owner = owner;
   w.errorEvent = errorEvent;
   w.warningEvent = warningEvent;

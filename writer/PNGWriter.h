@@ -78,6 +78,10 @@ struct PNGWriter {
   RBInteger bpc;
   RBInteger type;
   RBInteger rowBytes;
+  // Backs Threads: how WriteRows compresses an image of at least a megapixel that is not
+  // interlaced. 1: libpng's own encoder on the calling thread; 0 (the default) or below: the
+  // parallel encoder on one thread per core; above 1: the parallel encoder on that many threads.
+  RBInteger threads;
   RBBoolean paletteSet;
   int32_t paletteCount;
   RBColor palette[256];  // 0x00RRGGBB
@@ -99,6 +103,13 @@ struct PNGWriter {
   // makes libpng read past the end of a row.
   int64_t rowCapacity;
   WriterState state;
+  // The filter and compression level of the last accepted SetHeader (-1: none given, libpng's
+  // default), as libpng holds them out of reach; the parallel encoder applies them as libpng would.
+  int32_t filter;
+  int32_t level;
+  // The image data went out through the parallel encoder, past libpng, which then refuses to end
+  // the stream: WriteEnd writes IEND itself.
+  RBBoolean dataWrittenAside;
   // libpng's errors and warnings of the call in progress, raised as events once it has returned.
   EventQueue events;
 };
@@ -131,6 +142,11 @@ bool WriteRows(PNGWriter& w);
 void WriteRow(PNGWriter& w, const void* row, int64_t size);
 bool WriteEnd(PNGWriter& w);
 
+// The parallel encoder's part of WriteRows (writer/ParallelWrite.cpp): whether it takes the
+// loaded rows, and the image data written through it (false, with an error queued, on failure).
+bool TakesParallelPath(const PNGWriter& w);
+bool WriteImageInParallel(PNGWriter& w);
+
 // Header and ancillary chunks.
 bool SetHeader(PNGWriter& w, bool interlace, RBInteger filter, RBInteger compression);
 bool SetResolution(PNGWriter& w, RBInteger horizontal, RBInteger vertical, RBInteger unit);
@@ -141,12 +157,17 @@ bool SetPaletteData(PNGWriter& w, REALarray colors);
 bool SetAlphaData(PNGWriter& w, REALarray alphas, REALarray colors);
 bool SetPalette(PNGWriter& w);
 bool SetAlphas(PNGWriter& w);
+// A text chunk: its key must follow PNG's rules (refused with an Error event otherwise); Latin-1
+// text goes into tEXt, or zTXt when `compressed`, any other into iTXt, compressed or not.
+bool AddText(PNGWriter& w, REALstring key, REALstring value, bool compressed);
 
 // Rows from pictures and memory blocks.
 bool LoadRGBPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask);
 bool LoadGrayPictureToRowPointers(PNGWriter& w, REALpicture pict, REALpicture mask);
 bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict);
 bool LoadRows(PNGWriter& w, REALarray rows);
+// Straight RGBA rows of a picture with an alpha channel; opaque RGB rows of any other picture.
+bool LoadAlphaPictureToRowPointers(PNGWriter& w, REALpicture pict);
 void ReleaseRows(PNGWriter& w);
 
 // libpng callbacks.
@@ -177,7 +198,9 @@ RBBoolean rbSetPaletteData(REALobject instance, REALarray colors);
 RBBoolean rbSetAlphaData(REALobject instance, REALarray alphas, REALarray colors);
 RBBoolean rbSetPalette(REALobject instance);
 RBBoolean rbSetAlphas(REALobject instance);
+RBBoolean rbAddText(REALobject instance, REALstring key, REALstring value, RBBoolean compressed);
 RBBoolean rbLoadRGBPicture(REALobject instance, REALpicture pict, REALpicture mask);
 RBBoolean rbLoadGrayPicture(REALobject instance, REALpicture pict, REALpicture mask);
 RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict);
 RBBoolean rbLoadRows(REALobject instance, REALarray rows);
+RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict);

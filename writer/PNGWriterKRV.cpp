@@ -113,6 +113,11 @@ RBBoolean rbSetAlphas(REALobject instance) {
   return w ? SetAlphas(*w) : false;
 }
 
+RBBoolean rbAddText(REALobject instance, REALstring key, REALstring value, RBBoolean compressed) {
+  PNGWriter* w = Data(instance);
+  return w ? AddText(*w, key, value, compressed != 0) : false;
+}
+
 // The loaders live with the rows; the state's one word on them (none after Finish) is said here.
 RBBoolean rbLoadRGBPicture(REALobject instance, REALpicture pict, REALpicture mask) {
   PNGWriter* w = Data(instance);
@@ -127,6 +132,11 @@ RBBoolean rbLoadGrayPicture(REALobject instance, REALpicture pict, REALpicture m
 RBBoolean rbLoadPalettePicture(REALobject instance, REALpicture pict) {
   PNGWriter* w = Data(instance);
   return w && Admit(*w, WriterCall::kStore) && LoadPalettePictureToRowPointers(*w, pict);
+}
+
+RBBoolean rbLoadAlphaPicture(REALobject instance, REALpicture pict) {
+  PNGWriter* w = Data(instance);
+  return w && Admit(*w, WriterCall::kStore) && LoadAlphaPictureToRowPointers(*w, pict);
 }
 
 RBBoolean rbLoadRows(REALobject instance, REALarray rows) {

@@ -1,6 +1,7 @@
 // The rows to encode: loaded from a host picture (RGB or RGBA, grey or grey + alpha, palette
 // indices) through a picture reader, or taken from memory blocks that user code filled.
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -222,6 +223,26 @@ bool LoadPalettePictureToRowPointers(PNGWriter& w, REALpicture pict) {
     return out;
   });
   StoreHeader(w, picture, 1, PNG_COLOR_TYPE_PALETTE);
+  return true;
+}
+
+// Each row is loaded as RGBA, four bytes a pixel, into rows of that size; without an alpha
+// channel its colours are then moved together into RGB in place, front to back.
+bool LoadAlphaPictureToRowPointers(PNGWriter& w, REALpicture pict) {
+  if (RaiseIfNil(pict, "Picture is nil")) return false;
+  ReleaseRows(w);
+  PictureReader picture;
+  if (!picture.GetPictureEditor(pict, true, false)) return false;
+  const int channels = picture.hasAlpha ? 4 : 3;
+  if (!AllocateRows(w, picture.height, int64_t{picture.width} * kPixelBytes)) return false;
+  for (int32_t y = 0; y < picture.height; ++y) {
+    unsigned char* row = w.rowPointers[y];
+    picture.LoadRGBARow(y, row);
+    for (int32_t x = 0; channels == 3 && x < picture.width; ++x) {
+      memmove(row + 3 * x, row + 4 * x, 3);
+    }
+  }
+  StoreHeader(w, picture, channels, channels == 4 ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
   return true;
 }
 

@@ -28,6 +28,15 @@ bool WriteEndArmed(PNGWriter& w) {
   return true;
 }
 
+// png_write_end refuses a stream whose image data libpng did not write itself; the writer puts
+// no chunk after the image data, so the end is IEND alone.
+bool WriteIENDArmed(PNGWriter& w) {
+  static constexpr png_byte kIEND[] = "IEND";
+  if (setjmp(*w.jumpBuffer)) return false;
+  png_write_chunk(w.pngPtr, kIEND, nullptr, 0);
+  return true;
+}
+
 // libpng reads one row of the header's size for each image line from each row pointer.
 bool RowsMatchHeader(const PNGWriter& w) {
   if (w.rowPointers == nullptr || w.rowCount != w.height) return false;
@@ -64,7 +73,8 @@ bool WriteInfo(PNGWriter& w) {
 bool WriteRows(PNGWriter& w) {
   if (!Admit(w, WriterCall::kWriteRows)) return false;
   if (!RowsMatchHeader(w)) return Refuse(w, "The loaded rows do not match the header.");
-  return Settle(w, WriteImageArmed(w), WriterState::kRowsWritten);
+  const bool written = TakesParallelPath(w) ? WriteImageInParallel(w) : WriteImageArmed(w);
+  return Settle(w, written, WriterState::kRowsWritten);
 }
 
 // `size` is the bytes at `row`, or -1 when the host cannot tell.
@@ -82,5 +92,5 @@ void WriteRow(PNGWriter& w, const void* row, int64_t size) {
 
 bool WriteEnd(PNGWriter& w) {
   if (!Admit(w, WriterCall::kWriteEnd)) return false;
-  return Settle(w, WriteEndArmed(w), WriterState::kEnded);
+  return Settle(w, w.dataWrittenAside ? WriteIENDArmed(w) : WriteEndArmed(w), WriterState::kEnded);
 }

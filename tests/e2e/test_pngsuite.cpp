@@ -54,7 +54,7 @@ TEST_F(PngSuite, ToolInfo) {
   EXPECT_EQ(info.status, 0);
   EXPECT_EQ(info.output,
             "width: 32\nheight: 32\nbit_depth: 2\ncolor_type: 2\ninterlace_type: 1\npasses: 7\n"
-            "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\n");
+            "row_bytes: 128\nsrgb_intent: none\nicc_profile: none\ntext: none\n");
 }
 
 }  // namespace

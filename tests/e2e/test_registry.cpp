@@ -104,12 +104,14 @@ const std::vector<Class> kClasses = {
       "C ReadICCProfile(byref name as string, byref compression as integer, byref profile as "
       "string) as boolean",
       "C ReadsRGBTag(byref file_srgb_intent as integer) as boolean",
+      "P ReadAlphaPicture() As Boolean", "C TextCount As Integer",
+      "C TextKey(index As Integer) As String", "C TextValue(index As Integer) As String",
       "C shared PNGLibVersion as string"},
      {"event Error(msg as string)", "event Warning(msg as string)"}},
     {"PNGWriterKRV",
      true,
      {"RC Width as Integer", "RC Height as Integer", "RC bpc as Integer", "RC Type as Integer",
-      "RC Rowbytes as Integer"},
+      "RC Rowbytes as Integer", "RC Threads as Integer"},
      {"C SetResolution(ResolutionHorizontal as integer, ResolutionVertical as integer, Unit as "
       "integer) as boolean",
       "C SetsRGB(intent as integer) as boolean",
@@ -132,6 +134,8 @@ const std::vector<Class> kClasses = {
       "P SetGrayPicture(pict as picture, mask as picture = nil) as boolean",
       "P SetRows(rows() as memoryblock) as boolean",
       "P SetPalettePicture(pict as picture) as boolean",
+      "P SetAlphaPicture(pict As Picture) As Boolean",
+      "C AddText(key As String, value As String, compressed As Boolean = False) As Boolean",
       "C shared PNGLibVersion as string"},
      {"event Error(msg as string)", "event Warning(msg as string)", "const ResolutionUnknown = 0",
       "const ResolutionMeter = 1", "const ResolutionDPI = 2", "const TypeGray = 0",
@@ -159,6 +163,8 @@ const std::vector<std::string> kExtension = {
     "FilterType as integer) as boolean",
     "P SaveAs8BitAlphaPNGKRV(pic as picture, colors() as color, alphas() as integer, gamma as "
     "single, Interlace as Boolean, FilterType as integer) as boolean",
+    "P OpenAsAlphaPNGKRV() As Picture",
+    "P SaveAsAlphaPNGKRV(pic As Picture, gamma As Single = 0.0) As Boolean",
 };
 
 const std::vector<std::string> kGlobals = {
@@ -173,6 +179,10 @@ const std::vector<std::string> kGlobals = {
     "P PictureToPNGStringKRV(pic as picture, mask as picture, gamma as single, Interlace as "
     "Boolean, FilterType as integer) as string",
     "C CgBIToPNGStringKRV(data as string) as string",
+    "P PNGStringToAlphaPictureKRV(data As String) As Picture",
+    "P AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
+    "C PNGSaveThreadsKRV as integer",
+    "C PNGSaveThreadsKRV(assigns threads as integer)",
 };
 
 class Registry : public PluginTest {};
@@ -207,7 +217,9 @@ TEST_F(Registry, FolderItemExtensionAndGlobalMethods) {
     EXPECT_EQ(registry.modules[0].name, "FolderitemPNGExtensionKRV");
     std::vector<std::string> asModule;  // the folder item comes as the first parameter
     for (std::string line : kExtension) {
-      asModule.push_back(line.insert(line.find('(') + 1, "extends ref as Folderitem, "));
+      line.insert(line.find('(') + 1, "extends ref as Folderitem, ");
+      if (const size_t empty = line.find(", )"); empty != std::string::npos) line.erase(empty, 2);
+      asModule.push_back(line);
     }
     EXPECT_EQ(Listed(registry.modules[0].methods), Entries({asModule}, "M"));
     EXPECT_EQ(registry.modules[1].name, "PNGGlobalsKRV");

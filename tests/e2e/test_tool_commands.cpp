@@ -97,6 +97,8 @@ TEST_F(ToolCommands, FailuresAndUsage) {
       {"save --8bit --mask" + pair, 2, ""},
       {"save --8bit" + pair, 1, "more than 256 colours"},
       {"decode --via pipe" + pair, 2, ""},
+      {"decode --via alpha-string --gamma 1" + pair, 2, ""},
+      {"save --alpha --mask" + pair, 2, ""},
       {"decode " + colourful.path, 2, ""},
       {"decode --via file /nonexistent.png " + out.path + pair, 1,
        "/nonexistent.png: no picture decoded"},

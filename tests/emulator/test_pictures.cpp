@@ -267,6 +267,32 @@ TEST_F(HostTest, CairoContextsDrawOnThePictureForTheirLock) {
     host.ClearAuditErrors();
   }
 }
+
+// Without the audit (the benchmark's host) the locks only lend the surface: pixels written through
+// it unmarked are shown all the same, as the host tells cairo of them itself, and nothing is
+// counted or reported.
+TEST_F(HostTest, CairoLocksWithoutTheAudit) {
+  emu::Profile profile = *emu::FindProfile("linux-desktop-2019.1");
+  profile.auditCairoLocks = false;
+  for (bool alphaChannel : {false, true}) {
+    SCOPED_TRACE(alphaChannel);
+    host.Shutdown();
+    host.Start(profile);
+    emu::PictureOptions options;
+    options.alphaChannel = alphaChannel;
+    emu::Value pic = host.MakePicture(5, 3, std::string(5 * 3 * 4, '\xFF'), options);
+    REALpictureDescription desc{};
+    ASSERT_TRUE(Lock(pic.As<REALpicture>(), pictureCairoContext, &desc));
+    cairo_surface_t* surface = CAIRO(cairo_get_target)(static_cast<cairo_t*>(desc.pictureData));
+    CAIRO(cairo_surface_flush)(surface);
+    CAIRO(cairo_image_surface_get_data)(surface)[20 + 4 + 2] = 0x11;
+    Unlock(pic.As<REALpicture>());
+    const emu::PictureCounts counts = host.PictureStats(pic);
+    EXPECT_EQ(counts.writtenLocks + counts.unmarkedWrites, 0);
+    EXPECT_EQ(host.PictureRgba(pic).substr(4 * (5 + 1), 4), Bytes({Px{0x11, 255, 255, 255}}));
+    EXPECT_EQ(host.Audit().errors, std::vector<std::string>());
+  }
+}
 #endif
 
 // The plug-in finds the bitmap context queries in the process, not through the resolver.

@@ -95,6 +95,28 @@ TEST_F(HostText, GetUTF8OnEveryHost) {
   }
 }
 
+// UTF-8 to Latin-1: what fits in one byte, and where a character lies beyond or the bytes are not
+// UTF-8, nothing.
+TEST(UTF8ToLatin1, OneByteACharacterOrNothing) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"", ""},
+      {"plain ~", "plain ~"},
+      {"\u00a0\u00e9\u00ff\u0080", "\xa0\xe9\xff\x80"},
+      {"\u0100", nullptr},
+      {"a\u20ac", nullptr},
+      {"\xc1\xbf", nullptr},      // an overlong form of '?'
+      {"\xc3", nullptr},          // cut short
+      {"\xc3\xc3\xa9", nullptr},  // a lead byte where a continuation belongs
+      {"\xe9", nullptr}};         // Latin-1 itself is no UTF-8
+  for (const auto& [utf8, latin1] : kCases) {
+    std::string out = "old";
+    EXPECT_EQ(UTF8ToLatin1(utf8, &out), latin1 != nullptr) << utf8;
+    if (latin1) {
+      EXPECT_EQ(out, latin1) << utf8;
+    }
+  }
+}
+
 TEST_F(HostText, ExceptionsCarryTheirMessage) {
   RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingUTF8, 42);
   ASSERT_TRUE(host().LastException());

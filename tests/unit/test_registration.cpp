@@ -53,6 +53,7 @@ TEST(ExtensionDeclaration, GetterAndSetterForms) {
       {"Name as string", true, "Name(extends ref as Folderitem, assigns value as string)"},
       {"Name", false, "Name(extends ref as Folderitem)"},
       {"Name", true, "Name(extends ref as Folderitem, assigns value)"},
+      {"Name() as string", false, "Name(extends ref as Folderitem) as string"},
       {"Size(unit as integer) as integer", false,
        "Size(extends ref as Folderitem, unit as integer) as integer"},
       {"Size(unit as integer) as integer", true,

@@ -6,10 +6,25 @@ namespace cli {
 
 namespace {
 
+constexpr char kTextCount[] = "TextCount As Integer";
+constexpr char kTextKey[] = "TextKey(index As Integer) As String";
+constexpr char kTextValue[] = "TextValue(index As Integer) As String";
 constexpr char kReadsRGBTag[] = "ReadsRGBTag(byref file_srgb_intent as integer) as boolean";
 constexpr char kReadICCProfile[] =
     "ReadICCProfile(byref name as string, byref compression as integer, byref profile as string) "
     "as boolean";
+
+// Every text chunk of the stream, those after the image data too: the image is read first, and
+// a stream whose image can't be read lists the chunks before it.
+void PrintTexts(Session& session, const emu::Value& reader) {
+  session.host().Call(reader, "ReadPicture", {});
+  const RBInteger count = session.Call(reader, kTextCount, {}).AsInteger();
+  if (count == 0) std::cout << "text: none\n";
+  for (RBInteger i = 0; i < count; ++i) {
+    std::cout << "text: " << session.Call(reader, kTextKey, {i}).Text() << "="
+              << session.Call(reader, kTextValue, {i}).Text() << "\n";
+  }
+}
 
 int Info(Session& session, const Options& options) {
   const std::string& path = options.positional[0];
@@ -32,6 +47,7 @@ int Info(Session& session, const Options& options) {
             << (hasProfile ? name.Text() + ", " + std::to_string(profile.Bytes().size()) + " bytes"
                            : "none")
             << "\n";
+  PrintTexts(session, reader);
   return 0;
 }
 
@@ -60,16 +76,22 @@ const std::vector<Command>& Commands() {
        true},
       {"encode",
        2,
-       {"--type", "--alphas", "--interlace", "--filter", "--level", "--gamma", "--srgb", "--icc",
-        "--dpi", "--to-string"},
+       {"--type", "--alphas", "--interlace", "--filter", "--level", "--threads", "--gamma",
+        "--srgb", "--icc", "--dpi", "--to-string", "--text", "--compressed-text"},
        Encode,
        {{"--alphas", 0}, {"--interlace", 0}, {"--to-string", 0}, {"--icc", 2}},
-       true},
+       true,
+       {"--text", "--compressed-text"}},
       {"save",
        2,
-       {"--mask", "--gamma", "--interlace", "--filter", "--file", "--8bit", "--alphas"},
+       {"--mask", "--gamma", "--interlace", "--filter", "--file", "--8bit", "--alphas", "--alpha"},
        Save,
-       {{"--mask", 0}, {"--interlace", 0}, {"--file", 0}, {"--8bit", 0}, {"--alphas", 0}},
+       {{"--mask", 0},
+        {"--interlace", 0},
+        {"--file", 0},
+        {"--8bit", 0},
+        {"--alphas", 0},
+        {"--alpha", 0}},
        true},
       {"cgbi", 2, {"--gamma", "--to-png"}, CgBI, {{"--to-png", 0}}, true},
       {"registry", 0, {}, Registry},
@@ -99,6 +121,18 @@ RBInteger Options::Integer(const std::string& name, RBInteger fallback) const {
 std::string Options::Text(const std::string& name, const std::string& fallback) const {
   auto it = values.find(name);
   return it == values.end() ? fallback : it->second;
+}
+
+std::vector<std::string> Options::All(const std::string& name) const {
+  std::vector<std::string> all;
+  const auto it = values.find(name);
+  if (it == values.end()) return all;
+  size_t start = 0;
+  for (size_t end; (end = it->second.find('\0', start)) != std::string::npos; start = end + 1) {
+    all.push_back(it->second.substr(start, end - start));
+  }
+  all.push_back(it->second.substr(start));
+  return all;
 }
 
 namespace {

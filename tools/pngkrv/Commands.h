@@ -20,6 +20,8 @@ struct Options {
   // The option as an integer (decimal, octal or hexadecimal); a Failure when it is none.
   RBInteger Integer(const std::string& name, RBInteger fallback) const;
   std::string Text(const std::string& name, const std::string& fallback) const;
+  // Every value of the option, in the order given (see Command::repeatable); none when absent.
+  std::vector<std::string> All(const std::string& name) const;
 };
 
 struct Command {
@@ -33,6 +35,9 @@ struct Command {
   // Takes any number of groups of `arguments` positional arguments, run one after the other in
   // the same session.
   bool repeats = false;
+  // Options among `options` that may be given more than once, their values kept in order, joined
+  // by NUL characters.
+  std::vector<std::string> repeatable = {};
 };
 
 const Command* FindCommand(const std::string& name);

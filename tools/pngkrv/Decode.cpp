@@ -1,7 +1,8 @@
 // pngkrv decode and cgbi: a PNG file into a host picture and mask, written as PAM with alpha =
-// 255 − the mask sample (255 where there is no mask). decode goes through a PNGReaderKRV or one
-// of the one-call openers; cgbi opens CgBI data with OpenSpecialData, or with --to-png converts
-// it into a standard PNG file with CgBIToPNGStringKRV.
+// 255 − the mask sample (255 where there is no mask), or into one picture with an alpha channel,
+// written as the straight RGBA that user code reads back from it. decode goes through a
+// PNGReaderKRV or one of the one-call openers; cgbi opens CgBI data with OpenSpecialData, or with
+// --to-png converts it into a standard PNG file with CgBIToPNGStringKRV.
 #include <map>
 
 #include "tools/pngkrv/Commands.h"
@@ -12,12 +13,14 @@ namespace cli {
 namespace {
 
 constexpr char kReadPicture[] = "ReadPicture as boolean";
+constexpr char kReadAlphaPicture[] = "ReadAlphaPicture() As Boolean";
 constexpr char kOpenSpecialData[] = "OpenSpecialData(data as string) as boolean";
 
 struct DecodeSettings {
   std::string path;
   double gamma = 0.0;
   bool allowDamaged = false;
+  bool gammaGiven = false;
 };
 
 // ReadPicture on a reader that is set up, and its Pict and Mask.
@@ -39,10 +42,6 @@ Pixels PNGPicturePixels(Session& session, const emu::Value& result, const std::s
   if (result.IsNil()) throw Failure{what + ": no picture decoded"};
   return PicturePixels(session, session.host().GetProperty(result, "Pict"),
                        session.host().GetProperty(result, "Mask"));
-}
-
-emu::Value FileBytes(Session& session, const std::string& path) {
-  return session.host().MakeString(Text(ReadInputFile(path)), kREALTextEncodingUnknown);
 }
 
 Pixels ViaString(Session& session, const DecodeSettings& settings) {
@@ -67,13 +66,56 @@ Pixels ViaCombined(Session& session, const DecodeSettings& settings) {
   return PicturePixels(session, picture, emu::Value());
 }
 
+// The pixels of a picture with an alpha channel, or a Failure for nil.
+Pixels AlphaPixels(Session& session, const emu::Value& picture, const std::string& what) {
+  if (picture.IsNil()) throw Failure{what + ": no picture decoded"};
+  return PicturePixels(session, picture, emu::Value());
+}
+
+// The one-call alpha openers take no gamma and always give up on damaged data.
+void CheckNoSettings(const DecodeSettings& settings) {
+  if (settings.gammaGiven || settings.allowDamaged) {
+    throw UsageError{"--via alpha-string and alpha-file take no --gamma or --allow-damaged"};
+  }
+}
+
+Pixels ViaAlphaReader(Session& session, const DecodeSettings& settings) {
+  emu::Value reader = session.NewReader();
+  if (settings.allowDamaged) session.host().SetProperty(reader, "AllowDamaged", true);
+  session.OpenAndSetUp(reader, settings.path, settings.gamma, -1.0);
+  if (!session.CallBool(reader, kReadAlphaPicture, {})) {
+    throw Failure{settings.path + ": no picture decoded"};
+  }
+  return AlphaPixels(session, session.host().GetProperty(reader, "Pict"), settings.path);
+}
+
+Pixels ViaAlphaString(Session& session, const DecodeSettings& settings) {
+  CheckNoSettings(settings);
+  return AlphaPixels(session, DecodeToAlphaPicture(session, settings.path), settings.path);
+}
+
+Pixels ViaAlphaFile(Session& session, const DecodeSettings& settings) {
+  CheckNoSettings(settings);
+  const emu::Value picture =
+      session.CallNamed(session.host().MakeFolderItem(settings.path), "OpenAsAlphaPNGKRV", {});
+  return AlphaPixels(session, picture, settings.path);
+}
+
 using Decoder = Pixels (*)(Session&, const DecodeSettings&);
 
 Decoder DecoderFor(const std::string& via) {
-  static const std::map<std::string, Decoder> decoders = {
-      {"reader", ViaReader}, {"string", ViaString}, {"file", ViaFile}, {"combined", ViaCombined}};
+  static const std::map<std::string, Decoder> decoders = {{"reader", ViaReader},
+                                                          {"string", ViaString},
+                                                          {"file", ViaFile},
+                                                          {"combined", ViaCombined},
+                                                          {"alpha-reader", ViaAlphaReader},
+                                                          {"alpha-string", ViaAlphaString},
+                                                          {"alpha-file", ViaAlphaFile}};
   const auto it = decoders.find(via);
-  if (it == decoders.end()) throw UsageError{"--via takes reader, string, file or combined"};
+  if (it == decoders.end()) {
+    throw UsageError{
+        "--via takes reader, string, file, combined, alpha-reader, alpha-string or alpha-file"};
+  }
   return it->second;
 }
 
@@ -89,7 +131,7 @@ void CgBIToPNG(Session& session, const std::string& path, const std::string& out
 
 int Decode(Session& session, const Options& options) {
   const DecodeSettings settings{options.positional[0], options.Number("--gamma", 0.0),
-                                options.Has("--allow-damaged")};
+                                options.Has("--allow-damaged"), options.Has("--gamma")};
   const Decoder decode = DecoderFor(options.Text("--via", "string"));
   WritePAM(options.positional[1], decode(session, settings));
   return 0;

@@ -25,6 +25,8 @@ constexpr char kSetGamma[] = "SetGamma(gamma as double = 0.0) as boolean";
 constexpr char kSetsRGB[] = "SetsRGB(intent as integer) as boolean";
 constexpr char kSetICCProfile[] =
     "SetICCProfile(name as string, CompressionType as integer, Profile as string) as boolean";
+constexpr char kAddText[] =
+    "AddText(key As String, value As String, compressed As Boolean = False) As Boolean";
 constexpr char kSetResolution[] =
     "SetResolution(ResolutionHorizontal as integer, ResolutionVertical as integer, Unit as "
     "integer) as boolean";
@@ -90,6 +92,15 @@ void LoadRows(Session& session, const emu::Value& writer, const std::string& typ
   }
 }
 
+// One "--text KEY=VALUE" (the key ends at the first "="), as UTF-8 host strings.
+void AddText(Session& session, const emu::Value& writer, const std::string& pair, bool compressed) {
+  const size_t split = pair.find('=');
+  if (split == std::string::npos) throw UsageError{"--text and --compressed-text take KEY=VALUE"};
+  Require(session, writer, kAddText,
+          {session.host().MakeString(pair.substr(0, split)),
+           session.host().MakeString(pair.substr(split + 1)), compressed});
+}
+
 // The two values of "--icc NAME FILE", kept apart by a NUL in the option's value.
 std::pair<std::string, std::string> IccOption(const Options& options) {
   const std::string& value = options.values.at("--icc");
@@ -118,6 +129,10 @@ void SetChunks(Session& session, const emu::Value& writer, const Options& option
   if (options.Has("--dpi")) {
     const RBInteger dpi = options.Integer("--dpi", 0);
     Require(session, writer, kSetResolution, {dpi, dpi, kResolutionDPI});
+  }
+  for (const char* option : {"--text", "--compressed-text"}) {
+    for (const std::string& pair : options.All(option))
+      AddText(session, writer, pair, option[2] == 'c');
   }
 }
 
@@ -156,6 +171,9 @@ int Encode(Session& session, const Options& options) {
       MakePictures(session, pixels, alpha || type == "rgba" || type == "graya");
   WriterMessages messages;
   const emu::Value writer = NewWriter(session, messages);
+  if (options.Has("--threads")) {
+    session.host().SetProperty(writer, "Threads", options.Integer("--threads", 0));
+  }
   const bool withAlphas = options.Has("--alphas");
   LoadRows(session, writer, type, pixels, pictures, withAlphas);
   SetChunks(session, writer, options, type == "palette");

@@ -51,6 +51,14 @@ Pixels LoadInput(Session& session, const std::string& path) {
   return pixels;
 }
 
+emu::Value FileBytes(Session& session, const std::string& path) {
+  return session.host().MakeString(Text(ReadInputFile(path)), kREALTextEncodingUnknown);
+}
+
+emu::Value DecodeToAlphaPicture(Session& session, const std::string& path) {
+  return session.CallGlobal("PNGStringToAlphaPictureKRV", {FileBytes(session, path)});
+}
+
 bool HasAlpha(const Pixels& pixels) {
   for (size_t i = 3; i < pixels.rgba.size(); i += 4) {
     if (pixels.rgba[i] != 255) return true;
@@ -75,6 +83,12 @@ Pictures MakePictures(Session& session, const Pixels& pixels, bool withMask) {
 emu::Value MakeMaskedPicture(Session& session, const Pixels& pixels) {
   emu::PictureOptions options;
   if (HasAlpha(pixels)) options.mask = emu::MaskSource::Alpha;
+  return session.host().MakePicture(pixels.width, pixels.height, Text(pixels.rgba), options);
+}
+
+emu::Value MakeAlphaPicture(Session& session, const Pixels& pixels) {
+  emu::PictureOptions options;
+  options.alphaChannel = true;
   return session.host().MakePicture(pixels.width, pixels.height, Text(pixels.rgba), options);
 }
 

@@ -35,6 +35,10 @@ void WriteOutputFile(const std::string& path, const samples::Bytes& bytes);
 
 // A PAM file as it stands, or a PNG file's pixels as the plug-in reads them without gamma.
 Pixels LoadInput(Session& session, const std::string& path);
+// The file's bytes as a string without encoding.
+emu::Value FileBytes(Session& session, const std::string& path);
+// A PNG file decoded by PNGStringToAlphaPictureKRV (nil when it fails).
+emu::Value DecodeToAlphaPicture(Session& session, const std::string& path);
 bool HasAlpha(const Pixels& pixels);
 
 // The opaque colours as a picture and, when wanted, the alphas as a separate mask (grey 255 −
@@ -42,6 +46,8 @@ bool HasAlpha(const Pixels& pixels);
 Pictures MakePictures(Session& session, const Pixels& pixels, bool withMask);
 // One picture that carries the alphas as its own mask (none when the pixels are opaque).
 emu::Value MakeMaskedPicture(Session& session, const Pixels& pixels);
+// A picture with an alpha channel, made by the host, holding the pixels.
+emu::Value MakeAlphaPicture(Session& session, const Pixels& pixels);
 // A picture's pixels with `mask` (when not nil) applied: alpha = 255 − the mask's grey.
 Pixels PicturePixels(Session& session, const emu::Value& picture, const emu::Value& mask);
 void WritePAM(const std::string& path, const Pixels& pixels);

@@ -11,17 +11,23 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: pngkrv [--host PROFILE] [--plugin PATH] COMMAND ...\n"
-    "  info FILE.png                  header, sRGB intent and ICC profile\n"
+    "  info FILE.png                  header, sRGB intent, ICC profile and text chunks\n"
     "  rows [--gamma G] [--screen-gamma S] FILE.png OUT.pam\n"
     "                                 decode row by row to PAM\n"
     "  decode [--via reader|string|file|combined] [--gamma G] [--allow-damaged] FILE.png OUT.pam\n"
     "                                 decode into a picture and mask, to PAM (default: string)\n"
+    "  decode --via alpha-reader [--gamma G] [--allow-damaged] FILE.png OUT.pam\n"
+    "  decode --via alpha-string|alpha-file FILE.png OUT.pam\n"
+    "                                 decode into a picture with an alpha channel, to PAM\n"
     "  encode [--type rgb|rgba|gray|graya|palette] [--alphas] [--interlace] [--filter F]\n"
-    "         [--level L] [--gamma G] [--srgb INTENT] [--icc NAME FILE] [--dpi N]\n"
-    "         [--to-string] IN OUT.png\n"
-    "                                 a PAM or PNG file written step by step with PNGWriterKRV\n"
+    "         [--level L] [--threads N] [--gamma G] [--srgb INTENT] [--icc NAME FILE]\n"
+    "         [--dpi N] [--text KEY=VALUE]... [--compressed-text KEY=VALUE]... [--to-string]\n"
+    "         IN OUT.png\n"
+    "                                 a PAM or PNG file written step by step with PNGWriterKRV;\n"
+    "                                 --threads sets its Threads (1: libpng alone, 0: every core)\n"
     "  save [--mask] [--gamma G] [--interlace] [--filter F] [--file] IN OUT.png\n"
     "  save --8bit [--alphas] [--gamma G] [--interlace] [--filter F] IN OUT.png\n"
+    "  save --alpha [--gamma G] [--file] IN OUT.png\n"
     "                                 a PAM or PNG file written in one call\n"
     "  cgbi [--gamma G] IN.png OUT.pam  CgBI data opened with OpenSpecialData, to PAM\n"
     "  cgbi --to-png IN.png OUT.png     CgBI data from an iOS app converted with\n"
@@ -99,7 +105,10 @@ bool TakeOptions(std::vector<std::string>& args, const cli::Command& command, cl
     }
     std::string value = values ? args[++i] : "";
     for (size_t v = 1; v < values; ++v) value += '\0' + args[++i];
-    options.values[a] = value;
+    const bool again =
+        options.Has(a) && std::find(command.repeatable.begin(), command.repeatable.end(), a) !=
+                              command.repeatable.end();
+    options.values[a] = again ? options.values[a] + '\0' + value : value;
   }
   args = rest;
   return true;

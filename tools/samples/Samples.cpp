@@ -79,6 +79,7 @@ bool EncodeInto(const Image& image, png_bytepp rows, Sink* sink) {
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   SetChunks(png, info, image);
   if (image.filters != 0) png_set_filter(png, PNG_FILTER_TYPE_BASE, image.filters);
+  if (image.level >= 0) png_set_compression_level(png, image.level);
   png_write_info(png, info);
   png_write_image(png, rows);
   png_write_end(png, info);

@@ -30,6 +30,7 @@ struct Image {
   Bytes transparency;            // tRNS: alphas (palette) or one 16-bit value per channel
   Chunks chunks;
   int filters = 0;  // libpng's filter mask (PNG_FILTER_NONE ... PNG_ALL_FILTERS); 0: its choice
+  int level = -1;   // zlib's compression level; -1: libpng's choice
 };
 
 // Samples per pixel of a PNG colour type.

@@ -4,6 +4,8 @@
 #include <link.h>
 #include <string.h>
 
+#include <atomic>
+
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -13,7 +15,21 @@ void __libc_free(void* block);
 
 namespace {
 
-// Nothing here may allocate: it runs inside every allocation of the process.
+// Nothing here may allocate: it runs inside every allocation of the process, on every thread
+// (the parallel encoder's among them), so the counts and the set of blocks are kept under a
+// spin lock.
+std::atomic_flag gLock = ATOMIC_FLAG_INIT;
+
+struct Held {
+  Held() {
+    while (gLock.test_and_set(std::memory_order_acquire)) {
+    }
+  }
+  ~Held() { gLock.clear(std::memory_order_release); }
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+};
+
 struct Range {
   uintptr_t begin, end;
 };
@@ -89,46 +105,60 @@ int AddRanges(struct dl_phdr_info* info, size_t, void*) {
   return 0;
 }
 
+// Whether this allocation of `size` bytes by `caller` is to fail; counts it when it is watched.
+bool FailsNow(const void* caller, size_t size, bool* watched) {
+  Held held;
+  *watched = Watched(caller);
+  return *watched && Fails(size);
+}
+
+// Forgets `old` and, when the allocation was watched, keeps track of `block`.
+void Record(void* old, void* block, bool watched) {
+  Held held;
+  Untrack(old);
+  if (block && watched) Track(block);
+}
+
 }  // namespace
 
 extern "C" {
 
 void* malloc(size_t size) noexcept {
-  if (!Watched(__builtin_return_address(0))) return __libc_malloc(size);
-  if (Fails(size)) {
+  bool watched = false;
+  if (FailsNow(__builtin_return_address(0), size, &watched)) {
     errno = ENOMEM;
     return nullptr;
   }
   void* block = __libc_malloc(size);
-  if (block) Track(block);
+  if (watched) Record(nullptr, block, true);
   return block;
 }
 
 void* calloc(size_t count, size_t size) noexcept {
-  if (!Watched(__builtin_return_address(0))) return __libc_calloc(count, size);
-  if (Fails(count * size)) {
+  bool watched = false;
+  if (FailsNow(__builtin_return_address(0), count * size, &watched)) {
     errno = ENOMEM;
     return nullptr;
   }
   void* block = __libc_calloc(count, size);
-  if (block) Track(block);
+  if (watched) Record(nullptr, block, true);
   return block;
 }
 
 void* realloc(void* old, size_t size) noexcept {
-  const bool watched = Watched(__builtin_return_address(0));
-  if (watched && Fails(size)) {
+  bool watched = false;
+  if (FailsNow(__builtin_return_address(0), size, &watched)) {
     errno = ENOMEM;
     return nullptr;
   }
   void* block = __libc_realloc(old, size);
-  if (block || size == 0) Untrack(old);
-  if (block && watched) Track(block);
+  Record(block || size == 0 ? old : nullptr, block, watched);
   return block;
 }
 
 void free(void* block) noexcept {
-  Untrack(block);
+  // Untracked before the block can be handed out again, to this thread or another.
+  Record(block, nullptr, false);
   __libc_free(block);
 }
 
@@ -142,6 +172,7 @@ void Watch() {
 }
 
 void Arm(uint64_t failAt, size_t failFrom) {
+  Held held;
   if (gLiveCount == 0) memset(gLive, 0, sizeof gLive);  // drops the removed entries too
   gCounted = 0;
   gFailAt = failAt;
@@ -150,11 +181,13 @@ void Arm(uint64_t failAt, size_t failFrom) {
 }
 
 uint64_t Disarm() {
+  Held held;
   gArmed = false;
   return gCounted;
 }
 
 size_t Live() {
+  Held held;
   return gLiveCount;
 }
 

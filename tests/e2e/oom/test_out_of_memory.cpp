@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <fstream>
 #include <functional>
 #include <optional>
 
@@ -57,6 +58,19 @@ Delivery WriteThroughClass(const emu::Value& picture) {
   return written ? StringResult(png) : std::nullopt;
 }
 
+// The rows of `image` through a PNGWriterKRV that compresses on two threads.
+Delivery WriteOnThreads(const samples::Image& image) {
+  Writer w;
+  w.Set("Threads", 2);
+  w.Set("Width", image.width);
+  w.Set("Type", image.colorType);
+  const bool written = w.Ok("SetRows", {RowsArray(image.rows)}) && w.Ok("SetHeader") &&
+                       w.Ok("OpenWriteDestination", {kNil}) && w.Ok("WriteInfo") &&
+                       w.Ok("WriteRows") && w.Ok("WriteEnd");
+  const emu::Value png = w.Call("Finish");
+  return written ? StringResult(png) : std::nullopt;
+}
+
 Delivery WriteInOneCall(const emu::Value& picture) {
   return StringResult(
       Host().CallGlobal("PictureToPNGStringKRV", {picture, Host().PictureMask(picture), float(0)}));
@@ -92,8 +106,18 @@ Bytes AsIs(const Bytes& bytes) {
   return bytes;
 }
 
+int ThreadsRunning() {
+  std::ifstream status("/proc/self/status");
+  std::string key;
+  while (status >> key) {
+    int count = 0;
+    if (key == "Threads:" && status >> count) return count;
+  }
+  return -1;
+}
+
 // Runs `work` once to count the allocations of the plug-in, libpng and zlib, then once for each
-// of them with that one failing.
+// of them with that one failing; no run may leave a thread behind.
 void FailEachAllocation(const Work& work) {
   SCOPED_TRACE(work.name);
   const Delivery fresh = work.run();  // also makes whatever the plug-in keeps for good
@@ -103,6 +127,7 @@ void FailEachAllocation(const Work& work) {
   ASSERT_TRUE(work.run());
   const uint64_t count = oom::Disarm();
   ASSERT_EQ(oom::Live(), 0u);
+  const int threads = ThreadsRunning();
   size_t failures = 0;
   for (uint64_t i = 1; i <= count; ++i) {
     SCOPED_TRACE(::testing::Message() << "allocation " << i << " of " << count);
@@ -110,6 +135,7 @@ void FailEachAllocation(const Work& work) {
     const Delivery delivered = work.run();
     oom::Disarm();
     EXPECT_EQ(oom::Live(), 0u) << "blocks left unfreed";
+    EXPECT_EQ(ThreadsRunning(), threads);
     if (delivered) {
       EXPECT_EQ(work.content(*delivered), work.expected);
     } else {
@@ -130,6 +156,14 @@ TEST_F(OutOfMemory, AtEachAllocationOfAnEncode) {
       {"PNGWriterKRV", [] { return WriteThroughClass(Picture(4, 3, kPixels)); }, Decoded, kPixels});
   FailEachAllocation({"PictureToPNGStringKRV",
                       [] { return WriteInOneCall(Picture(4, 3, kPixels)); }, Decoded, kPixels});
+}
+
+// Memory failing in the parallel encoder, on any of its threads or in the one that waits.
+TEST_F(OutOfMemory, AtEachAllocationOfAnEncodeOnThreads) {
+  oom::Watch();
+  const samples::Image image = samples::Pattern(1000, 1000, 8, 0, false);
+  FailEachAllocation({"Threads 2", [&image] { return WriteOnThreads(image); }, Decoded,
+                      ReadWithLibpng(samples::Encode(image)).rgba});
 }
 
 TEST_F(OutOfMemory, AtEachAllocationOfADecode) {
@@ -180,16 +214,20 @@ TEST_F(OutOfMemory, TheMemoryDestinationCannotGrow) {
     byte = static_cast<uint8_t>(seed >> 16);
   }
   const emu::Value picture = Host().MakePicture(kSide, kSide, Text(noise));
-  Writer w;
-  ASSERT_TRUE(w.Ok("SetRGBPicture", {picture, kNil}));
-  ASSERT_TRUE(w.Ok("SetHeader", {false, RBInteger{-1}, RBInteger{0}}));
-  ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-  ASSERT_TRUE(w.Ok("WriteInfo"));
-  EXPECT_FALSE(w.Ok("WriteRows"));
-  EXPECT_FALSE(w.Ok("WriteEnd"));
-  EXPECT_EQ(w.errors,
-            std::vector<std::string>({"Out of memory for the PNG data.",
-                                      "Writing the image failed; a new writer is needed."}));
+  for (RBInteger threads : {1, 2}) {  // libpng's encoder and the parallel one
+    SCOPED_TRACE(threads);
+    Writer w;
+    w.Set("Threads", threads);
+    ASSERT_TRUE(w.Ok("SetRGBPicture", {picture, kNil}));
+    ASSERT_TRUE(w.Ok("SetHeader", {false, RBInteger{-1}, RBInteger{0}}));
+    ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
+    ASSERT_TRUE(w.Ok("WriteInfo"));
+    EXPECT_FALSE(w.Ok("WriteRows"));
+    EXPECT_FALSE(w.Ok("WriteEnd"));
+    EXPECT_EQ(w.errors,
+              std::vector<std::string>({"Out of memory for the PNG data.",
+                                        "Writing the image failed; a new writer is needed."}));
+  }
   EXPECT_TRUE(Host().CallGlobal("PictureToPNGStringKRV", {picture, kNil, float(0)}).IsNil());
 #ifndef __SANITIZE_ADDRESS__
   oom::Disarm();
