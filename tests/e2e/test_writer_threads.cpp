@@ -3,14 +3,8 @@
 // with libpng's filters and level; Threads 1 and every other image keep libpng's own bytes;
 // failures leave no thread running; the one-call savers follow PNGSaveThreadsKRV.
 #include <stdio.h>
-#if defined(_WIN32)
-#include <windows.h>
-// The thread list after the Windows declarations it builds on.
-#include <tlhelp32.h>
-#else
+#if !defined(_WIN32)
 #include <sys/wait.h>
-
-#include <fstream>
 #endif
 
 #include "tests/e2e/test_writer_helpers.h"
@@ -27,31 +21,6 @@ class WriterThreads : public PluginTest {
     if (!FullServiceHost() || !Desktop()) GTEST_SKIP() << "one profile is enough";
   }
 };
-
-#if defined(_WIN32)
-int ThreadsRunning() {
-  const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) return -1;
-  int count = 0;
-  THREADENTRY32 entry{};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
-  }
-  CloseHandle(snapshot);
-  return count;
-}
-#else
-int ThreadsRunning() {
-  std::ifstream status("/proc/self/status");
-  std::string key;
-  while (status >> key) {
-    int count = 0;
-    if (key == "Threads:" && status >> count) return count;
-  }
-  return -1;
-}
-#endif
 
 Bytes ImageData(const Bytes& png) {
   Bytes data;
