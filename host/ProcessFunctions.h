@@ -4,7 +4,8 @@
 // that keeps its pictures in bitmap contexts) and the cairo functions that reach the image
 // surface behind a Linux desktop host's cairo context (which no macOS host has: the functions
 // stay null there). On macOS the host process has Core Graphics loaded, and the plug-in links no
-// framework.
+// framework. On Windows the process has GDI+ where the host keeps its pictures in GDI+ bitmaps
+// (host/windows/ProcessFunctions.cpp looks it up).
 #pragma once
 
 #include <stddef.h>
@@ -53,9 +54,29 @@ struct CairoFunctions {
   }
 };
 
+#if defined(_WIN32)
+// GDI+'s flat functions (WINGDIPAPI: __stdcall) for the GDI+ bitmaps of older Windows hosts,
+// found in the gdiplus.dll the host has loaded: `image` and `bitmap` are a GpBitmap*, `rect` a
+// GpRect (x, y, width, height), `data` a BitmapData, and a status of 0 is GDI+'s Ok.
+struct GdiplusFunctions {
+  int(__stdcall* width)(void* image, uint32_t* width) = nullptr;
+  int(__stdcall* height)(void* image, uint32_t* height) = nullptr;
+  int(__stdcall* pixelFormat)(void* image, int32_t* format) = nullptr;
+  int(__stdcall* lockBits)(void* bitmap, const int32_t* rect, uint32_t flags, int32_t format,
+                           void* data) = nullptr;
+  int(__stdcall* unlockBits)(void* bitmap, void* data) = nullptr;
+
+  bool Complete() const { return width && height && pixelFormat && lockBits && unlockBits; }
+};
+#endif
+
 struct ProcessFunctions {
+#if defined(_WIN32)
+  GdiplusFunctions gdiplus;
+#else
   BitmapContextFunctions bitmapContext;
   CairoFunctions cairo;
+#endif
 };
 
 // Every function above that the running process has; the others stay null.

@@ -2,6 +2,13 @@
 
 #include <string.h>
 #include <zlib.h>
+#if defined(_WIN32)
+#include <windows.h>
+// The thread list after the Windows declarations it builds on.
+#include <tlhelp32.h>
+#else
+#include <fstream>
+#endif
 
 namespace e2e {
 
@@ -129,5 +136,30 @@ emu::Value RowsArray(const std::vector<samples::Bytes>& rows) {
   }
   return Host().MakeMemoryBlockArray(blocks);
 }
+
+#if defined(_WIN32)
+int ThreadsRunning() {
+  const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  if (snapshot == INVALID_HANDLE_VALUE) return -1;
+  int count = 0;
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
+  }
+  CloseHandle(snapshot);
+  return count;
+}
+#else
+int ThreadsRunning() {
+  std::ifstream status("/proc/self/status");
+  std::string key;
+  while (status >> key) {
+    int count = 0;
+    if (key == "Threads:" && status >> count) return count;
+  }
+  return -1;
+}
+#endif
 
 }  // namespace e2e

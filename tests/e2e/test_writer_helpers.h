@@ -68,4 +68,7 @@ samples::Bytes FilterBytes(const samples::Bytes& png);
 // Memory blocks holding `rows`, as a memory block array.
 emu::Value RowsArray(const std::vector<samples::Bytes>& rows);
 
+// The threads of this process, or -1 when the system does not say.
+int ThreadsRunning();
+
 }  // namespace e2e

@@ -7,8 +7,6 @@
 #include <sys/wait.h>
 #endif
 
-#include <fstream>
-
 #include "tests/e2e/test_writer_helpers.h"
 
 namespace e2e {
@@ -24,16 +22,6 @@ class WriterThreads : public PluginTest {
   }
 };
 
-int ThreadsRunning() {
-  std::ifstream status("/proc/self/status");
-  std::string key;
-  while (status >> key) {
-    int count = 0;
-    if (key == "Threads:" && status >> count) return count;
-  }
-  return -1;
-}
-
 Bytes ImageData(const Bytes& png) {
   Bytes data;
   for (const samples::Chunk& chunk : samples::SplitChunks(png)) {
@@ -42,8 +30,9 @@ Bytes ImageData(const Bytes& png) {
   return data;
 }
 
+// What pngcheck says of the stream: nothing when it finds it valid. A Linux program: the Windows
+// build leaves the stream's validity to libpng's reading of it below.
 #if !defined(_WIN32)
-// What pngcheck says of the stream: nothing when it finds it valid.
 std::string Pngcheck(const Bytes& png) {
   TempFile file(png);
   FILE* pipe = popen(("pngcheck -q " + file.path + " 2>&1").c_str(), "r");
@@ -123,7 +112,7 @@ TEST_F(WriterThreads, OneStreamWhateverTheThreads) {
     EXPECT_TRUE(back.ok);
     EXPECT_TRUE(back.rows == c.image.rows) << "the rows read back";
 #if !defined(_WIN32)
-    EXPECT_EQ(Pngcheck(two.png), "");  // pngcheck is a Debian program, not run under Wine
+    EXPECT_EQ(Pngcheck(two.png), "");
 #endif
     EXPECT_EQ(FilterBytes(two.png), FilterBytes(libpng)) << "libpng's filter for every row";
     const Bytes data = ImageData(two.png), libpngData = ImageData(libpng);
@@ -155,6 +144,9 @@ TEST_F(WriterThreads, OtherImagesStayWithLibpng) {
 
 // A destination that takes nothing: the same failure on every path, and every thread ended.
 TEST_F(WriterThreads, AFullDestinationLeavesNoThreadRunning) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "Windows has no device that takes nothing (/dev/full)";
+#endif
   const samples::Image image = samples::Pattern(1000, 1000, 8, 2, false);
   const int before = ThreadsRunning();
   for (RBInteger threads : {1, 2, 0}) {

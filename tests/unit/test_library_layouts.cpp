@@ -1,5 +1,5 @@
 // The plug-in declares what it reads of gd and cairo itself; here those declarations meet the
-// libraries' own headers.
+// libraries' own headers (cairo's off Windows, where the plug-in has no cairo route).
 #if !defined(_WIN32)
 #include <cairo.h>
 #endif
@@ -60,7 +60,6 @@ TEST(LibraryLayouts, GdImageRecord) {
 }
 #undef SAME_OFFSET
 
-// No Windows host keeps its pictures in cairo, and the Windows build has no cairo header.
 #if !defined(_WIN32)
 // cairo's enumerations are passed as int, with cairo's values.
 TEST(LibraryLayouts, CairoConstants) {

@@ -3,7 +3,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <fstream>
 #include <functional>
 #include <optional>
 
@@ -104,16 +103,6 @@ Bytes Decoded(const Bytes& png) {
 
 Bytes AsIs(const Bytes& bytes) {
   return bytes;
-}
-
-int ThreadsRunning() {
-  std::ifstream status("/proc/self/status");
-  std::string key;
-  while (status >> key) {
-    int count = 0;
-    if (key == "Threads:" && status >> count) return count;
-  }
-  return -1;
 }
 
 // Runs `work` once to count the allocations of the plug-in, libpng and zlib, then once for each
