@@ -33,6 +33,7 @@ Plugin::Plugin() : host_(emu::Host::Instance()) {
   profile.auditCairoLocks = false;
   host_.Start(profile);
   host_.LoadPlugin(PNGKRV_PLUGIN_PATH);
+  As<void (*)(RBInteger)>(Find(nullptr, "PNGSaveThreadsKRV(assigns threads as integer)"))(1);
 }
 
 REALproc Plugin::Find(const char* className, const char* declaration) const {
@@ -134,7 +135,8 @@ size_t Plugin::EncodeString(const emu::Value& picture, const emu::Value& mask) {
   return 1;
 }
 
-size_t Plugin::EncodeWriter(const emu::Value& picture, const emu::Value& mask) {
+emu::Value Plugin::EncodeWriter(const emu::Value& picture, const emu::Value& mask,
+                                RBInteger threads) {
   const char* cls = "PNGWriterKRV";
   static const auto load = As<RBBoolean (*)(REALobject, REALpicture, REALpicture)>(
       Find(cls, "SetRGBPicture(pict as picture, mask as picture = nil) as boolean"));
@@ -151,13 +153,14 @@ size_t Plugin::EncodeWriter(const emu::Value& picture, const emu::Value& mask) {
   static const auto end = As<RBBoolean (*)(REALobject)>(Find(cls, "WriteEnd as boolean"));
   static const auto finish = As<REALstring (*)(REALobject)>(Find(cls, "Finish as string"));
   emu::Value writer = host_.New(cls);
+  host_.SetProperty(writer, "Threads", threads);
   REALobject w = writer.AsObject();
   const bool ok = load(w, picture.As<REALpicture>(), mask.As<REALpicture>()) &&
                   header(w, false, -1, -1) && gamma(w, 0.0) && open(w, nullptr) && info(w) &&
                   rows(w) && end(w);
   emu::Value out = emu::Value::AdoptString(ok ? finish(w) : nullptr);
   if (out.IsNil()) throw std::runtime_error("the writer did not encode");
-  return 1;
+  return out;
 }
 
 }  // namespace bench

@@ -9,7 +9,8 @@ namespace bench {
 
 class Plugin {
  public:
-  // Starts the emulator as a modern Linux desktop host (cairo pictures) and loads the plug-in.
+  // Starts the emulator as a modern Linux desktop host (cairo pictures) and loads the plug-in,
+  // whose one-call savers are then set to compress on the calling thread.
   Plugin();
 
   emu::Value String(const Bytes& bytes);
@@ -22,10 +23,11 @@ class Plugin {
   size_t ReadPicture(const emu::Value& png);
   // PNGReaderKRV: "ReadRow(mem as memoryblock) as boolean" for every row of a plain image.
   size_t ReadRows(const emu::Value& png);
-  // "PictureToPNGStringKRV", with the mask when there is one.
+  // "PictureToPNGStringKRV", with the mask when there is one, compressed by libpng on the calling
+  // thread (PNGSaveThreadsKRV = 1).
   size_t EncodeString(const emu::Value& picture, const emu::Value& mask);
-  // PNGWriterKRV step by step into memory: the stream's size.
-  size_t EncodeWriter(const emu::Value& picture, const emu::Value& mask);
+  // PNGWriterKRV step by step into memory with Threads = `threads`: the stream.
+  emu::Value EncodeWriter(const emu::Value& picture, const emu::Value& mask, RBInteger threads);
 
  private:
   REALproc Find(const char* className, const char* declaration) const;

@@ -91,8 +91,12 @@ void RegisterImage(const Image& image, Plugin& plugin) {
   Register("encode/engine1" + n, [&image, alpha] { return EngineEncode(image, alpha, 1); });
   Register("encode/string" + n,
            [&plugin, pictures] { return plugin.EncodeString(pictures->first, pictures->second); });
-  Register("encode/writer" + n,
-           [&plugin, pictures] { return plugin.EncodeWriter(pictures->first, pictures->second); });
+  Register("encode/writer" + n, [&plugin, pictures] {
+    return plugin.EncodeWriter(pictures->first, pictures->second, 1).IsNil() ? 0 : 1;
+  });
+  Register("encode/threads" + n, [&plugin, pictures] {
+    return plugin.EncodeWriter(pictures->first, pictures->second, 0).IsNil() ? 0 : 1;
+  });
 }
 
 // Every image decoded once through each route before anything is measured, so that every
@@ -193,27 +197,39 @@ void PrintFresh(const std::vector<Image>& corpus, const Medians& t, Groups& grou
 }
 
 // The parallel deflate engine against libpng's encoder, image by image: its time on every core
-// and on one against libpng's, the speed-up, and its stream's size against libpng's IDAT data.
-// Wall time, as the engine's work is spread over threads that the CPU time of the benchmark's own
-// thread does not see.
-void PrintEngine(const std::vector<Image>& corpus, const Medians& t, Groups& groups) {
-  printf("\nparallel deflate engine on %d threads against libpng's encoder, wall time\n",
-         pdeflate::ThreadCount(0));
-  printf("%-22s %8s %8s %8s %8s %8s\n", "image", "bare ms", "engine", "1 thread", "speed-up",
-         "size");
+// and on one against libpng's, the speed-up, and its stream's size against libpng's IDAT data;
+// then the same for the plug-in's writer with Threads = 0 (from the pictures, as "enc wrt"), its
+// PNG's size against libpng's. Wall time, as the work is spread over threads that the CPU time of
+// the benchmark's own thread does not see.
+void PrintEngine(const std::vector<Image>& corpus, const Medians& t, Plugin& plugin,
+                 Groups& groups) {
+  printf(
+      "\nparallel deflate engine and the writer with Threads = 0 on %d threads against libpng's "
+      "encoder, wall time\n",
+      pdeflate::ThreadCount(0));
+  printf("%-22s %8s %8s %8s %8s %8s %8s %8s %8s\n", "image", "bare ms", "engine", "1 thread",
+         "speed-up", "size", "writer", "speed-up", "size");
   for (const Image& image : corpus) {
     const std::string n = "/" + image.name;
     if (!t.count("encode/engine" + n)) continue;
     Bytes stream;
     BareEncode(image, image.alpha, &stream);
     const double size = double(EngineEncode(image, image.alpha, 0)) / IdatBytes(stream);
+    const auto pictures = plugin.Pictures(image);
+    const double written =
+        double(plugin.EncodeWriter(pictures.first, pictures.second, 0).Bytes().size()) /
+        stream.size();
     const double engine = Ratio(t, "encode/engine" + n, "encode/bare" + n);
     const double one = Ratio(t, "encode/engine1" + n, "encode/bare" + n);
-    printf("%-22s %8.2f %8s %8s %8s %8s\n", image.name.c_str(), t.at("encode/bare" + n),
+    const double writer = Ratio(t, "encode/threads" + n, "encode/bare" + n);
+    printf("%-22s %8.2f %8s %8s %8s %8s %8s %8s %8s\n", image.name.c_str(), t.at("encode/bare" + n),
            Fixed(engine).c_str(), Fixed(one).c_str(), Fixed(engine > 0 ? 1 / engine : 0).c_str(),
-           Fixed(size).c_str());
+           Fixed(size).c_str(), Fixed(writer).c_str(), Fixed(writer > 0 ? 1 / writer : 0).c_str(),
+           Fixed(written).c_str());
     groups[Prefix(image) + "engine / bare"].push_back(engine);
     groups[Prefix(image) + "engine size / libpng"].push_back(size);
+    groups[Prefix(image) + "threads / bare"].push_back(writer);
+    groups[Prefix(image) + "threads size / libpng"].push_back(written);
   }
 }
 
@@ -267,7 +283,9 @@ void PrintTargets(const Groups& warm, const Groups& fresh) {
                                                  {"real encode", 1.02},
                                                  {"real reader / string", 1.03},
                                                  {"real engine / bare", 1 / 1.8},
-                                                 {"real engine size / libpng", 1.01}};
+                                                 {"real engine size / libpng", 1.01},
+                                                 {"real threads / bare", 1 / 1.8},
+                                                 {"real threads size / libpng", 1.01}};
   printf("\n%-26s %8s %8s %8s %8s\n", "ratio (warm)", "median", "worst", "fresh", "target");
   for (const auto& [kind, values] : warm) {
     auto target = targets.find(kind);
@@ -296,10 +314,14 @@ long StatusKiB(const char* key) {
 
 // In the child: the peak resident size that one operation adds, in bytes. `source` is the
 // megapixels of a made RGBA image or the file of a real one; `what` one of "decode" (the one-call
-// route), "decode-adam7" (the same, of an interlaced made image), "reader", "rows" and "encode".
+// route), "reader", "rows", "encode" (the one-call route, libpng alone) and "encode-mt" (the writer
+// with Threads = 0); "decode-adam7" and "reader-adam7" decode an interlaced made image.
 int MeasurePeak(const std::string& what, const std::string& source) {
+  const std::string kAdam7 = "-adam7";
+  const bool adam7 = what.size() > kAdam7.size() &&
+                     what.compare(what.size() - kAdam7.size(), kAdam7.size(), kAdam7) == 0;
   Image image = source.find_first_not_of("0123456789") == std::string::npos
-                    ? MakeImage(Recipe{std::stoi(source), 6, what == "decode-adam7"})
+                    ? MakeImage(Recipe{std::stoi(source), 6, adam7})
                     : LoadImage(source, "", source);
   Plugin plugin;
   emu::Value png = plugin.String(image.png);
@@ -312,7 +334,9 @@ int MeasurePeak(const std::string& what, const std::string& source) {
   const long before = StatusKiB("VmRSS:");
   if (what == "encode") {
     plugin.EncodeString(pictures.first, pictures.second);
-  } else if (what == "reader") {
+  } else if (what == "encode-mt") {
+    plugin.EncodeWriter(pictures.first, pictures.second, 0);
+  } else if (what == "reader" || what == "reader-adam7") {
     plugin.ReadPicture(png);
   } else if (what == "rows") {
     plugin.ReadRows(png);
@@ -389,22 +413,31 @@ Medians MeasureAllFresh(const std::vector<Image>& corpus, const Medians& warm) {
   return fresh;
 }
 
+// Peak memory of each route for the made RGBA images, plain and interlaced, beyond what the decode
+// returns: the host picture and its mask, 4 bytes a pixel each.
 void PrintPeaks(const std::vector<int>& sizes) {
-  printf("\n%-14s %4s %14s %12s %14s\n", "peak memory", "MP", "bytes", "bytes/pixel",
-         "bound/pixel");
-  const double slack = 2.0 * 1024 * 1024;
-  for (const char* what : {"decode", "decode-adam7", "encode"}) {
+  printf("\n%-14s %4s %14s %14s %10s %14s\n", "peak memory", "MP", "peak", "beyond", "% picture",
+         "bound");
+  for (const char* what :
+       {"decode", "reader", "rows", "decode-adam7", "reader-adam7", "encode", "encode-mt"}) {
+    const std::string route = what;
     for (int mp : sizes) {
       const double pixels = mp == 1 ? 1e6 : mp == 4 ? 4e6 : 16e6;
       const std::string out = RunChild({"--peak", what, std::to_string(mp)});
       const long peak = out.empty() ? -1 : std::stol(out);
-      // Picture and mask take 4 bytes a pixel each; an interlaced decode holds the image too.
-      const double perPixel = std::string(what) == "decode-adam7" ? 12 : 8;
-      const bool encode = std::string(what) == "encode";
-      printf("%-14s %4d %14ld %12.2f %14s\n", what, mp, peak, peak / pixels,
-             encode ? "-" : Fixed(perPixel + slack / pixels).c_str());
+      const bool decode = route != "rows" && route.rfind("encode", 0) != 0;
+      const double beyond = peak - (decode ? pixels * 8 : 0);
+      // Row routes: a tenth of the picture and 1 MiB; an interlaced image may add one image.
+      const bool adam7 = route.find("adam7") != std::string::npos;
+      const double bound = (adam7 ? pixels * 4 : 0.1 * pixels * 4) + 1048576.0;
+      printf("%-14s %4d %14ld %14.0f %10.1f %14s\n", what, mp, peak, beyond,
+             100 * beyond / (pixels * 4),
+             route.rfind("encode", 0) == 0 ? "-" : std::to_string(long(bound)).c_str());
     }
   }
+  printf(
+      "(bytes; beyond: past the picture and mask a decode returns; %% picture: beyond / (4 "
+      "bytes a pixel))\n");
 }
 
 // Peak memory of each route for each real image, beyond what the decode returns: the host
@@ -415,13 +448,13 @@ void PrintRealPeaks(const std::vector<Image>& corpus, const std::string& dir) {
   for (const Image& image : corpus) {
     if (image.kind.empty()) continue;
     if (!any) {
-      printf("\n%-18s %-7s %12s %12s %12s %10s %12s\n", "peak memory", "route", "peak", "returned",
+      printf("\n%-18s %-9s %12s %12s %12s %10s %12s\n", "peak memory", "route", "peak", "returned",
              "beyond", "% picture", "bound");
       any = true;
     }
     const double pixels = double(image.width) * image.height;
     const double picture = pixels * 4 * (image.alpha ? 2 : 1);
-    for (const char* route : {"decode", "reader", "rows", "encode"}) {
+    for (const char* route : {"decode", "reader", "rows", "encode", "encode-mt"}) {
       const std::string out = RunChild({"--peak", route, dir + "/" + image.name + ".png"});
       const long peak = out.empty() ? -1 : std::stol(out);
       const bool decode = std::string(route) == "decode" || std::string(route) == "reader";
@@ -429,9 +462,9 @@ void PrintRealPeaks(const std::vector<Image>& corpus, const std::string& dir) {
       // Row routes hold at most a tenth of the picture and 1 MiB; an interlaced image one image.
       const double bound = image.interlaced ? pixels * 4 + 1048576.0 : 0.1 * pixels * 4 + 1048576.0;
       const std::string limit = std::to_string(static_cast<long>(bound));
-      printf("%-18s %-7s %12ld %12.0f %12.0f %10.1f %12s\n", image.name.c_str(), route, peak,
+      printf("%-18s %-9s %12ld %12.0f %12.0f %10.1f %12s\n", image.name.c_str(), route, peak,
              returned, peak - returned, 100 * (peak - returned) / (pixels * 4),
-             std::string(route) == "encode" ? "-" : limit.c_str());
+             std::string(route).rfind("encode", 0) == 0 ? "-" : limit.c_str());
     }
   }
   if (any) printf("(bytes; %% picture: beyond / (4 bytes a pixel))\n");
@@ -502,7 +535,7 @@ int main(int argc, char** argv) {
   bench::Groups warm, fresh;
   bench::PrintWarm(corpus, collector.medians, warm);
   bench::PrintFresh(corpus, bench::MeasureAllFresh(corpus, collector.medians), fresh);
-  bench::PrintEngine(corpus, collector.wall, warm);
+  bench::PrintEngine(corpus, collector.wall, plugin, warm);
   bench::PrintClasses(corpus, collector.medians);
   bench::PrintTargets(warm, fresh);
   if (!options.realOnly) bench::PrintPeaks(options.sizes);

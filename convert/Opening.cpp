@@ -1,6 +1,7 @@
 // PNGPictureKRV and the one-call openers.
 #include "convert/PNGPicture.h"
 #include "host/Exceptions.h"
+#include "host/HostFacts.h"
 #include "picture/PictureEditor.h"
 #include "plugin/Tables.h"
 #include "reader/PNGReader.h"
@@ -12,7 +13,10 @@ void Drop(REALpicture& picture) {
   picture = nullptr;
 }
 
+// A private reader with the application's limit, open on the string or, failing that, the file.
 bool OpenSource(PNGReader& reader, REALfolderItem file, REALstring data) {
+  if (!Init(reader, nullptr, nullptr, nullptr)) return false;
+  reader.pixelLimit = gHost.openPixelLimit;
   if (data && OpenReadString(reader, data)) return true;
   return file && OpenReadFile(reader, file);
 }
@@ -43,16 +47,21 @@ REALobject NewPNGPicture(REALfolderItem file, REALstring data, float gamma) {
 bool OpenPNG(PNGPictureData& record, REALfolderItem file, REALstring data, float gamma,
              signed char) {
   PNGReader reader;
-  if (!Init(reader, nullptr, nullptr, nullptr)) {
-    Finish(reader);
-    return false;
-  }
+  const bool open = OpenSource(reader, file, data);
   reader.allowDamaged = true;
-  if (OpenSource(reader, file, data) && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
+  if (open && ApplyOptions(reader, gamma, -1.0) && ReadPicture(reader)) {
     TakePictures(reader, record);
   }
   Finish(reader);
   return record.pict != nullptr;
+}
+
+RBInteger GetOpenPixelLimit() {
+  return gHost.openPixelLimit;
+}
+
+void SetOpenPixelLimit(RBInteger pixels) {
+  gHost.openPixelLimit = pixels;
 }
 
 void PNGPictureDestructor(REALobject instance) {
@@ -84,8 +93,8 @@ REALpicture OpenAlphaPNG(REALfolderItem file, REALstring data) {
   PNGReader reader;
   REALpicture result = nullptr;
   // A negative gamma turns gamma correction off: the picture holds the file's own samples.
-  if (Init(reader, nullptr, nullptr, nullptr) && OpenSource(reader, file, data) &&
-      ApplyOptions(reader, -1.0, -1.0) && ReadAlphaPicture(reader)) {
+  if (OpenSource(reader, file, data) && ApplyOptions(reader, -1.0, -1.0) &&
+      ReadAlphaPicture(reader)) {
     result = reader.pict;
     reader.pict = nullptr;
   }

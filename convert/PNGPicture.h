@@ -52,6 +52,10 @@ REALpicture PNGStringToAlphaPictureKRV(REALstring data);
 // given, else into `file`.
 bool SaveAlphaPNG(REALpicture picture, REALstring* out, REALfolderItem file, float gamma);
 REALstring AlphaPictureToPNGStringKRV(REALpicture pic, float gamma);
+// The PixelLimit of the private readers of the one-call openers (see PNGReaderKRV's
+// PixelLimit), read and set by user code as one module-level property.
+RBInteger GetOpenPixelLimit();
+void SetOpenPixelLimit(RBInteger pixels);
 // The Threads value of the private writers of the one-call savers (see PNGWriterKRV's Threads),
 // read and set by user code as one module-level property.
 RBInteger GetSaveThreads();

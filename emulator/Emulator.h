@@ -539,8 +539,10 @@ class Host {
   Value MakePicture(RBInteger width, RBInteger height, std::string_view rgba,
                     const PictureOptions& options = {});
   // Any picture as RGBA bytes with its alpha channel or mask applied: colours un-premultiplied,
-  // gd alpha a read as 255 − round(a × 255 / 127), mask grey g as alpha 255 − g.
-  std::string PictureRgba(const Value& picture) const;
+  // gd alpha a read as 255 − round(a × 255 / 127), mask grey g as alpha 255 − g. `rowCount` rows
+  // from `firstRow` on (as many as there are), so that a large picture can be read in parts.
+  std::string PictureRgba(const Value& picture, size_t firstRow = 0,
+                          size_t rowCount = SIZE_MAX) const;
   PictureRaw RawPicture(const Value& picture) const;
   Value PictureMask(const Value& picture) const;  // nil when the picture has none
   PictureCounts PictureStats(const Value& picture) const;

@@ -1,5 +1,7 @@
 // Pictures for test code: making them from RGBA bytes in every storage and shape the host knows,
 // and reading any picture back.
+#include <algorithm>
+
 #include "emulator/Internal.h"
 
 namespace emu {
@@ -107,12 +109,13 @@ Value Host::MakePicture(RBInteger width, RBInteger height, std::string_view rgba
   return picture;
 }
 
-std::string Host::PictureRgba(const Value& picture) const {
+std::string Host::PictureRgba(const Value& picture, size_t firstRow, size_t rowCount) const {
   PictureObject& p = RequirePicture(*state_, picture, "PictureRgba");
   std::string rgba;
-  if (p.store == nullptr) return rgba;
-  rgba.reserve(p.width * p.height * 4);
-  for (size_t y = 0; y < p.height; ++y) {
+  if (p.store == nullptr || firstRow >= p.height) return rgba;
+  const size_t end = firstRow + std::min(rowCount, p.height - firstRow);
+  rgba.reserve(p.width * (end - firstRow) * 4);
+  for (size_t y = firstRow; y < end; ++y) {
     for (size_t x = 0; x < p.width; ++x) {
       Rgba px = ShownPixel(*state_, p, x, y);
       rgba += static_cast<char>(px.r);

@@ -46,8 +46,8 @@ int GdFromAlpha(uint8_t alpha) {
 // A cairo image surface over rows of our own, so that rows can be longer than the pixels: ARGB32
 // for pictures with alpha channel, RGB24 for the others. Pixels the host writes directly are told
 // to cairo before cairo next uses the surface. The host shows the pixels as cairo paints the
-// surface onto a surface of its own, and while the plug-in holds the picture locked, as they were
-// at the first lock.
+// surface onto a surface of its own, a band of rows at a time (a large picture is not held twice),
+// and while the plug-in holds the picture locked, as they were at the first lock.
 //
 // The locks hold the plug-in to cairo's rule for direct access: pixels written behind cairo's
 // back are marked dirty while the context is locked. At the first lock cairo is made to take the
@@ -59,6 +59,8 @@ int GdFromAlpha(uint8_t alpha) {
 // locked or not.
 class CairoStore : public PixelStore {
  public:
+  static constexpr size_t kShownBytes = size_t{1} << 20;
+
   CairoStore(size_t width, size_t height, size_t padding, bool alpha, bool audit)
       : alpha_(alpha), audit_(audit) {
     CheckSize(width, height, 4);
@@ -81,6 +83,7 @@ class CairoStore : public PixelStore {
     }
     width_ = width;
     height_ = height;
+    shownRows_ = std::min(height, std::max<size_t>(1, kShownBytes / (width * 4 + 1)));
   }
   ~CairoStore() override {
     const CairoApi& c = Cairo();
@@ -107,15 +110,17 @@ class CairoStore : public PixelStore {
   void Put(size_t x, size_t y, Rgba p) override {
     const uint32_t word = Word(p);
     std::memcpy(At(pixels_.get(), stride_, x, y), &word, 4);
-    if (shown_ != nullptr) std::memcpy(At(shownData_, shownStride_, x, y), &word, 4);
+    if (shown_ != nullptr && y >= shownFirst_ && y < shownFirst_ + shownRows_) {
+      std::memcpy(At(shownData_, shownStride_, x, y - shownFirst_), &word, 4);
+    }
     Written();
   }
 
   // The first row pixel by pixel, the others copied from it: a block fill, as a host's painting of
   // a new surface is.
   void Fill(Rgba p) override {
-    FillRows(pixels_.get(), stride_, Word(p));
-    if (shown_ != nullptr) FillRows(shownData_, shownStride_, Word(p));
+    FillRows(pixels_.get(), stride_, height_, Word(p));
+    if (shown_ != nullptr) FillRows(shownData_, shownStride_, shownRows_, Word(p));
     Written();
   }
 
@@ -169,10 +174,10 @@ class CairoStore : public PixelStore {
     return rows + y * stride + x * 4;
   }
 
-  void FillRows(unsigned char* rows, size_t stride, uint32_t word) {
+  void FillRows(unsigned char* rows, size_t stride, size_t count, uint32_t word) {
     unsigned char* first = At(rows, stride, 0, 0);
     for (size_t x = 0; x < width_; ++x) std::memcpy(first + 4 * x, &word, 4);
-    for (size_t y = 1; y < height_; ++y) std::memcpy(At(rows, stride, 0, y), first, width_ * 4);
+    for (size_t y = 1; y < count; ++y) std::memcpy(At(rows, stride, 0, y), first, width_ * 4);
   }
 
   void Written() {
@@ -248,20 +253,23 @@ class CairoStore : public PixelStore {
     if (!contexts_.empty() && audit_) {
       at = atFirstLock_.data() + y * stride_ + x * 4;
     } else {
-      if (shownStale_ || shown_ == nullptr) Paint();
-      at = shownData_ + y * shownStride_ + x * 4;
+      if (shownStale_ || shown_ == nullptr || y < shownFirst_ || y >= shownFirst_ + shownRows_) {
+        Paint(y / shownRows_ * shownRows_);
+      }
+      at = shownData_ + (y - shownFirst_) * shownStride_ + x * 4;
     }
     uint32_t word;
     std::memcpy(&word, at, 4);
     return word;
   }
 
-  // Paints the surface onto the host's own, as a host draws a picture.
-  void Paint() const {
+  // Paints the band of rows from `first` of the surface onto the host's own, as a host draws a
+  // picture.
+  void Paint(size_t first) const {
     const CairoApi& c = Cairo();
     if (shown_ == nullptr) {
       cairo_surface_t* made =
-          c.createImage(Format(), static_cast<int>(width_), static_cast<int>(height_));
+          c.createImage(Format(), static_cast<int>(width_), static_cast<int>(shownRows_));
       if (c.surfaceStatus(made) != CAIRO_STATUS_SUCCESS) {
         c.surfaceDestroy(made);
         throw std::bad_alloc();
@@ -274,10 +282,11 @@ class CairoStore : public PixelStore {
     }
     cairo_t* cr = c.create(shown_);
     c.setOperator(cr, CAIRO_OPERATOR_SOURCE);
-    c.setSourceSurface(cr, Surface(), 0, 0);
+    c.setSourceSurface(cr, Surface(), 0, -static_cast<double>(first));
     c.paint(cr);
     c.destroy(cr);
     c.flush(shown_);
+    shownFirst_ = first;
     shownStale_ = false;
     shownDirty_ = false;
   }
@@ -305,6 +314,8 @@ class CairoStore : public PixelStore {
   mutable cairo_surface_t* shown_ = nullptr;
   mutable unsigned char* shownData_ = nullptr;
   mutable size_t shownStride_ = 0;
+  size_t shownRows_ = 1;           // of the band shown, a MiB or one row
+  mutable size_t shownFirst_ = 0;  // the first row of the band
   mutable bool shownStale_ = true;
   mutable bool shownDirty_ = false;  // written behind cairo's back since it last painted
 };

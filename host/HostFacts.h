@@ -112,16 +112,23 @@ enum class HostKind {
   kWeb,      // "WebApplication"
 };
 
+// The PixelLimit of a new reader, and of the one-call openers until the application sets theirs:
+// a gigapixel, a 4 GB picture (8 GB with its mask), far beyond what an application asks of a PNG
+// in use, yet refusing what a few kilobytes of crafted data can demand.
+constexpr RBInteger kDefaultPixelLimit = 1000000000;
+
 struct HostFacts {
   REALResolver resolver = nullptr;
   double version = 0.0;         // the host version, 0 when the host cannot tell
   uint32_t controlVersion = 0;  // the definition layout version the host expects, 9 to 13
   HostKind kind = HostKind::kNone;
   EntryPoints entries;
-  // The application's one module-level setting: the Threads value of the one-call savers'
-  // private writers (PNGSaveThreadsKRV). Xojo runs user code on one thread, so the savers read
-  // what the last assignment left.
+  // The application's module-level settings: the Threads value of the one-call savers' private
+  // writers (PNGSaveThreadsKRV) and the PixelLimit of the one-call openers' private readers
+  // (PNGOpenPixelLimitKRV). Xojo runs user code on one thread, so each call reads what the last
+  // assignment left.
   RBInteger saveThreads = 0;
+  RBInteger openPixelLimit = kDefaultPixelLimit;
   bool processFunctionsLookedUp = false;
   ProcessFunctions processFunctions;
 

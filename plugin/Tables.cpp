@@ -55,6 +55,8 @@ REALproperty readerProperties[] = {
                   offsetof(PNGReaderData, sourceFile)),
     HandlerProperty("AllowDamaged", "Boolean", kRuntimeOnly | kConsole, Proc(GetAllowDamaged),
                     Proc(SetAllowDamaged)),
+    FieldProperty("PixelLimit", "Integer", kRuntimeOnly | kConsole,
+                  ReaderField(offsetof(PNGReader, pixelLimit))),
 };
 
 REALmethodDefinition readerMethods[] = {
@@ -217,9 +219,11 @@ REALmethodDefinition globalMethods[] = {
     Method(Proc(AlphaPictureToPNGStringKRV),
            "AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
            kConsoleSafeMark),
-    // A module-level property as a getter and an assigning setter.
+    // Module-level properties, each as a getter and an assigning setter.
     Method(Proc(GetSaveThreads), "PNGSaveThreadsKRV as integer", kConsole),
     Method(Proc(SetSaveThreads), "PNGSaveThreadsKRV(assigns threads as integer)", kConsole),
+    Method(Proc(GetOpenPixelLimit), "PNGOpenPixelLimitKRV as integer", kConsole),
+    Method(Proc(SetOpenPixelLimit), "PNGOpenPixelLimitKRV(assigns pixels as integer)", kConsole),
 };
 
 }  // namespace

@@ -146,6 +146,7 @@ bool StartOver(PNGReader& r) {
 
 bool Init(PNGReader& r, REALobject owner, StringEventProc errorHook, StringEventProc warningHook) {
   memset(&r, 0, sizeof r);
+  r.pixelLimit = kDefaultPixelLimit;
   r.jump = static_cast<jmp_buf*>(calloc(1, sizeof(jmp_buf)));
   if (r.jump == nullptr) return false;
   r.owner = owner;

@@ -99,6 +99,9 @@ struct PNGReader {
   REALobject owner;  // not locked: the record lives inside it
   MemorySource memory;
   ReaderState state;
+  // Backs PixelLimit: ReadPicture refuses an image of more pixels (Width x Height) before it
+  // allocates anything for it; 0 or below sets no limit.
+  RBInteger pixelLimit;
   // An allocation of libpng's failed in the call in progress: its error is then no sign of
   // damaged data, and no partial picture is kept for it.
   RBBoolean memoryFailed;

@@ -12,6 +12,8 @@
 // interlaced image can only be converted after its last pass: it is read into the picture itself
 // where its rows are four bytes a pixel and the picture's layout is known, into a buffer of the
 // whole image otherwise.
+#include <inttypes.h>
+#include <stdio.h>
 #include <stdlib.h>
 
 #include "host/Text.h"
@@ -196,6 +198,20 @@ void KeepPictures(PNGReader& r, Decoder& d, bool read) {
   if (d.withMask) Replace(r.mask, d.mask);
 }
 
+// An image beyond the reader's PixelLimit is refused before its picture is made, with the reason
+// queued. The product of two 32-bit dimensions fits 64 bits.
+bool OverPixelLimit(PNGReader& r) {
+  const uint64_t pixels = static_cast<uint64_t>(r.width) * static_cast<uint64_t>(r.height);
+  if (r.pixelLimit <= 0 || pixels <= static_cast<uint64_t>(r.pixelLimit)) return false;
+  char message[EventQueue::kTextBytes];
+  snprintf(message, sizeof message,
+           "The image has %" PRId64 " x %" PRId64 " pixels, more than the PixelLimit of %" PRId64
+           " allows.",
+           int64_t{r.width}, int64_t{r.height}, int64_t{r.pixelLimit});
+  QueueError(r.events, message);
+  return true;
+}
+
 // Into a picture and, for an image with alpha, a mask; or into one picture with an alpha channel.
 bool Decode(PNGReader& r, bool alpha) {
   Decoder d;
@@ -235,6 +251,7 @@ bool HostRefusesPictures() {
 // A decode that failed for want of a picture to write into says so.
 bool ReadPicture(PNGReader& r) {
   if (!Admit(r, ReaderCall::kReadPicture)) return Report(r, false);
+  if (OverPixelLimit(r)) return Report(r, false);
   const bool decoded = Decode(r, false);
   if (!decoded && HostRefusesPictures()) {
     QueueError(r.events, "The host's pictures cannot be written to.");
@@ -248,5 +265,6 @@ bool ReadAlphaPicture(PNGReader& r) {
     QueueError(r.events, kNoAlphaPictures);
     return Report(r, false);
   }
+  if (OverPixelLimit(r)) return Report(r, false);
   return Report(r, Decode(r, true));
 }

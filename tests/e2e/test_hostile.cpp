@@ -41,9 +41,11 @@ struct Outcome {
   size_t errors = 0;
 };
 
+// With no PixelLimit, so that the host's own limits are what refuses.
 Outcome ReadThroughReader(const Bytes& png) {
   Outcome o;
   Reader reader;
+  Host().SetProperty(reader.object, "PixelLimit", RBInteger{0});
   o.applied = reader.OpenData(png) && reader.Ok("ApplyOptions");
   o.read = o.applied && reader.Ok("ReadPicture");
   o.errors = reader.errors.size();
@@ -60,8 +62,10 @@ bool DecodesInOneCall(const Bytes& png) {
 class Hostile : public PluginTest {};
 
 // A whole interlaced image must stay below 2^31 bytes and the picture writer takes 32767 a side:
-// past that the set-up holds but nothing is decoded, and nothing is allocated for it.
+// past that the set-up holds but nothing is decoded, and nothing is allocated for it, even with
+// no PixelLimit.
 TEST_F(Hostile, HeadersBeyondTheLimits) {
+  Host().CallGlobal("PNGOpenPixelLimitKRV", {RBInteger{0}});
   const struct {
     uint32_t width, height;
     int type;
@@ -81,6 +85,7 @@ TEST_F(Hostile, HeadersBeyondTheLimits) {
   const Bytes widest = samples::Encode(samples::Pattern(32767, 1, 8, 2, false));
   EXPECT_TRUE(ReadThroughReader(widest).read);
   EXPECT_TRUE(DecodesInOneCall(widest));
+  Host().CallGlobal("PNGOpenPixelLimitKRV", {RBInteger{1000000000}});
 }
 
 // After a failed ApplyOptions, RowBytes does not describe what libpng would write: rows are

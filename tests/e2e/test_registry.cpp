@@ -92,7 +92,8 @@ const std::vector<Class> kClasses = {
      {"RC Width as Integer", "RC Height as Integer", "RC InterlaceType as Integer",
       "RC ColorType as Integer", "RC BitDepth as Integer", "RC Interlacing as Integer",
       "RP Mask as Picture", "RP Pict as Picture", "RC SwapRB as Boolean", "RC SourceData as String",
-      "RC SourceFile as FolderItem", "RC AllowDamaged as Boolean by handlers"},
+      "RC SourceFile as FolderItem", "RC AllowDamaged as Boolean by handlers",
+      "RC PixelLimit as Integer"},
      {"C OpenSpecialData(data as string) as boolean", "P CombinePictureWithMask as picture",
       "C ApplyOptions(gamma as double = 0.0, ScreenGamma as double = -1.0) as boolean",
       "C OpenFile(file as folderitem) as boolean", "C OpenData(data as string) as boolean",
@@ -183,6 +184,8 @@ const std::vector<std::string> kGlobals = {
     "P AlphaPictureToPNGStringKRV(pic As Picture, gamma As Single = 0.0) As String",
     "C PNGSaveThreadsKRV as integer",
     "C PNGSaveThreadsKRV(assigns threads as integer)",
+    "C PNGOpenPixelLimitKRV as integer",
+    "C PNGOpenPixelLimitKRV(assigns pixels as integer)",
 };
 
 class Registry : public PluginTest {};

@@ -293,6 +293,31 @@ TEST_F(HostTest, CairoLocksWithoutTheAudit) {
     EXPECT_EQ(host.Audit().errors, std::vector<std::string>());
   }
 }
+
+// A picture larger than the band of rows the host shows at a time reads back whole, and row by
+// row in any order, on both kinds of cairo surface.
+TEST_F(HostTest, LargeCairoPicturesAreShownBandByBand) {
+  constexpr size_t kWidth = 600, kHeight = 600;
+  std::string rgba(kWidth * kHeight * 4, '\xFF');
+  for (size_t y = 0; y < kHeight; ++y) {
+    for (size_t x = 0; x < kWidth; ++x) {
+      rgba[(y * kWidth + x) * 4] = static_cast<char>(y);
+      rgba[(y * kWidth + x) * 4 + 1] = static_cast<char>(y >> 8);
+      rgba[(y * kWidth + x) * 4 + 2] = static_cast<char>(x);
+    }
+  }
+  Restart("linux-desktop-2019.1");
+  for (bool alphaChannel : {false, true}) {
+    SCOPED_TRACE(alphaChannel);
+    emu::PictureOptions options;
+    options.alphaChannel = alphaChannel;
+    emu::Value pic = host.MakePicture(kWidth, kHeight, rgba, options);
+    EXPECT_EQ(host.PictureRgba(pic), rgba);
+    for (size_t y : {599u, 0u, 437u, 436u, 435u, 1u}) {
+      EXPECT_EQ(host.PictureRgba(pic, y, 1), rgba.substr(y * kWidth * 4, kWidth * 4)) << y;
+    }
+  }
+}
 #endif
 
 // The plug-in finds the bitmap context queries in the process, not through the resolver.

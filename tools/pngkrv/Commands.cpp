@@ -1,5 +1,6 @@
 #include "tools/pngkrv/Commands.h"
 
+#include <fstream>
 #include <iostream>
 
 namespace cli {
@@ -14,10 +15,15 @@ constexpr char kReadICCProfile[] =
     "ReadICCProfile(byref name as string, byref compression as integer, byref profile as string) "
     "as boolean";
 
-// Every text chunk of the stream, those after the image data too: the image is read first, and
-// a stream whose image can't be read lists the chunks before it.
+// Every text chunk of the stream, those after the image data too: every row of every pass is read
+// first, through one block, and a stream whose image can't be read lists the chunks before it.
 void PrintTexts(Session& session, const emu::Value& reader) {
-  session.host().Call(reader, "ReadPicture", {});
+  const emu::Value block =
+      session.host().NewMemoryBlock(session.Call(reader, "RowBytes as integer", {}).AsInteger());
+  const RBInteger rows = session.Integer(reader, "Interlacing") * session.Integer(reader, "Height");
+  for (RBInteger y = 0; y < rows; ++y) {
+    if (!session.CallBool(reader, "ReadRow(mem as memoryblock) as boolean", {block})) break;
+  }
   const RBInteger count = session.Call(reader, kTextCount, {}).AsInteger();
   if (count == 0) std::cout << "text: none\n";
   for (RBInteger i = 0; i < count; ++i) {
@@ -52,9 +58,19 @@ int Info(Session& session, const Options& options) {
 }
 
 int Rows(Session& session, const Options& options) {
-  const DecodedRows rows = ReadRows(session, options.positional[0], options.Number("--gamma", 0.0),
-                                    options.Number("--screen-gamma", -1.0));
-  samples::WriteFile(options.positional[1], samples::EncodePAM(rows.width, rows.height, rows.rgba));
+  const std::string& path = options.positional[1];
+  std::ofstream out(path, std::ios::binary);
+  RowSink sink;
+  sink.start = [&out](uint32_t width, uint32_t height) {
+    const samples::Bytes header = samples::EncodePAM(width, height, {});
+    out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
+  };
+  sink.take = [&out](const std::string& rgba) {
+    out.write(rgba.data(), std::streamsize(rgba.size()));
+  };
+  StreamRows(session, options.positional[0], options.Number("--gamma", 0.0),
+             options.Number("--screen-gamma", -1.0), sink);
+  if (!out) throw Failure{"cannot write " + path};
   return 0;
 }
 

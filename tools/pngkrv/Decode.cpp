@@ -24,13 +24,12 @@ struct DecodeSettings {
 };
 
 // ReadPicture on a reader that is set up, and its Pict and Mask.
-Pixels ReaderPicture(Session& session, const emu::Value& reader, const std::string& what) {
+Pictures ReaderPicture(Session& session, const emu::Value& reader, const std::string& what) {
   if (!session.CallBool(reader, kReadPicture, {})) throw Failure{what + ": no picture decoded"};
-  return PicturePixels(session, session.host().GetProperty(reader, "Pict"),
-                       session.host().GetProperty(reader, "Mask"));
+  return {session.host().GetProperty(reader, "Pict"), session.host().GetProperty(reader, "Mask")};
 }
 
-Pixels ViaReader(Session& session, const DecodeSettings& settings) {
+Pictures ViaReader(Session& session, const DecodeSettings& settings) {
   emu::Value reader = session.NewReader();
   if (settings.allowDamaged) session.host().SetProperty(reader, "AllowDamaged", true);
   session.OpenAndSetUp(reader, settings.path, settings.gamma, -1.0);
@@ -38,38 +37,37 @@ Pixels ViaReader(Session& session, const DecodeSettings& settings) {
 }
 
 // The picture and mask of a PNGPictureKRV, or a Failure for nil.
-Pixels PNGPicturePixels(Session& session, const emu::Value& result, const std::string& what) {
+Pictures PNGPicturePictures(Session& session, const emu::Value& result, const std::string& what) {
   if (result.IsNil()) throw Failure{what + ": no picture decoded"};
-  return PicturePixels(session, session.host().GetProperty(result, "Pict"),
-                       session.host().GetProperty(result, "Mask"));
+  return {session.host().GetProperty(result, "Pict"), session.host().GetProperty(result, "Mask")};
 }
 
-Pixels ViaString(Session& session, const DecodeSettings& settings) {
+Pictures ViaString(Session& session, const DecodeSettings& settings) {
   const emu::Value result = session.CallGlobal(
       "PNGStringToPNGPictureKRV", {FileBytes(session, settings.path),
                                    static_cast<float>(settings.gamma), settings.allowDamaged});
-  return PNGPicturePixels(session, result, settings.path);
+  return PNGPicturePictures(session, result, settings.path);
 }
 
-Pixels ViaFile(Session& session, const DecodeSettings& settings) {
+Pictures ViaFile(Session& session, const DecodeSettings& settings) {
   const emu::Value result =
       session.CallNamed(session.host().MakeFolderItem(settings.path), "OpenAsPNGKRV",
                         {static_cast<float>(settings.gamma), settings.allowDamaged});
-  return PNGPicturePixels(session, result, settings.path);
+  return PNGPicturePictures(session, result, settings.path);
 }
 
-Pixels ViaCombined(Session& session, const DecodeSettings& settings) {
+Pictures ViaCombined(Session& session, const DecodeSettings& settings) {
   const emu::Value picture = session.CallGlobal(
       "PNGStringToPictureKRV", {FileBytes(session, settings.path),
                                 static_cast<float>(settings.gamma), settings.allowDamaged});
   if (picture.IsNil()) throw Failure{settings.path + ": no picture decoded"};
-  return PicturePixels(session, picture, emu::Value());
+  return {picture, emu::Value()};
 }
 
-// The pixels of a picture with an alpha channel, or a Failure for nil.
-Pixels AlphaPixels(Session& session, const emu::Value& picture, const std::string& what) {
+// A picture with an alpha channel, or a Failure for nil.
+Pictures AlphaPicture(const emu::Value& picture, const std::string& what) {
   if (picture.IsNil()) throw Failure{what + ": no picture decoded"};
-  return PicturePixels(session, picture, emu::Value());
+  return {picture, emu::Value()};
 }
 
 // The one-call alpha openers take no gamma and always give up on damaged data.
@@ -79,29 +77,29 @@ void CheckNoSettings(const DecodeSettings& settings) {
   }
 }
 
-Pixels ViaAlphaReader(Session& session, const DecodeSettings& settings) {
+Pictures ViaAlphaReader(Session& session, const DecodeSettings& settings) {
   emu::Value reader = session.NewReader();
   if (settings.allowDamaged) session.host().SetProperty(reader, "AllowDamaged", true);
   session.OpenAndSetUp(reader, settings.path, settings.gamma, -1.0);
   if (!session.CallBool(reader, kReadAlphaPicture, {})) {
     throw Failure{settings.path + ": no picture decoded"};
   }
-  return AlphaPixels(session, session.host().GetProperty(reader, "Pict"), settings.path);
+  return AlphaPicture(session.host().GetProperty(reader, "Pict"), settings.path);
 }
 
-Pixels ViaAlphaString(Session& session, const DecodeSettings& settings) {
+Pictures ViaAlphaString(Session& session, const DecodeSettings& settings) {
   CheckNoSettings(settings);
-  return AlphaPixels(session, DecodeToAlphaPicture(session, settings.path), settings.path);
+  return AlphaPicture(DecodeToAlphaPicture(session, settings.path), settings.path);
 }
 
-Pixels ViaAlphaFile(Session& session, const DecodeSettings& settings) {
+Pictures ViaAlphaFile(Session& session, const DecodeSettings& settings) {
   CheckNoSettings(settings);
   const emu::Value picture =
       session.CallNamed(session.host().MakeFolderItem(settings.path), "OpenAsAlphaPNGKRV", {});
-  return AlphaPixels(session, picture, settings.path);
+  return AlphaPicture(picture, settings.path);
 }
 
-using Decoder = Pixels (*)(Session&, const DecodeSettings&);
+using Decoder = Pictures (*)(Session&, const DecodeSettings&);
 
 Decoder DecoderFor(const std::string& via) {
   static const std::map<std::string, Decoder> decoders = {{"reader", ViaReader},
@@ -133,7 +131,7 @@ int Decode(Session& session, const Options& options) {
   const DecodeSettings settings{options.positional[0], options.Number("--gamma", 0.0),
                                 options.Has("--allow-damaged"), options.Has("--gamma")};
   const Decoder decode = DecoderFor(options.Text("--via", "string"));
-  WritePAM(options.positional[1], decode(session, settings));
+  WritePAM(session, options.positional[1], decode(session, settings));
   return 0;
 }
 
@@ -149,7 +147,7 @@ int CgBI(Session& session, const Options& options) {
     throw Failure{path + ": not CgBI data that converts"};
   }
   session.SetUp(reader, path, options.Number("--gamma", 0.0), -1.0);
-  WritePAM(options.positional[1], ReaderPicture(session, reader, path));
+  WritePAM(session, options.positional[1], ReaderPicture(session, reader, path));
   return 0;
 }
 

@@ -1,5 +1,6 @@
 #include "tools/pngkrv/Images.h"
 
+#include <fstream>
 #include <map>
 
 namespace cli {
@@ -106,8 +107,24 @@ Pixels PicturePixels(Session& session, const emu::Value& picture, const emu::Val
   return pixels;
 }
 
-void WritePAM(const std::string& path, const Pixels& pixels) {
-  WriteOutputFile(path, samples::EncodePAM(pixels.width, pixels.height, pixels.rgba));
+void WritePAM(Session& session, const std::string& path, const Pictures& shown) {
+  constexpr size_t kBandRows = 64;
+  const auto width = static_cast<uint32_t>(session.Integer(shown.picture, "Width"));
+  const auto height = static_cast<uint32_t>(session.Integer(shown.picture, "Height"));
+  std::ofstream out(path, std::ios::binary);
+  const samples::Bytes header = samples::EncodePAM(width, height, {});
+  out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
+  for (size_t y = 0; y < height && out; y += kBandRows) {
+    std::string rgba = session.host().PictureRgba(shown.picture, y, kBandRows);
+    if (!shown.mask.IsNil()) {
+      const std::string grey = session.host().PictureRgba(shown.mask, y, kBandRows);
+      for (size_t i = 3; i < rgba.size() && i < grey.size(); i += 4) {
+        rgba[i] = static_cast<char>(255 - static_cast<uint8_t>(grey[i - 3]));
+      }
+    }
+    out.write(rgba.data(), std::streamsize(rgba.size()));
+  }
+  if (!out) throw Failure{"cannot write " + path};
 }
 
 Palette PaletteOf(const Pixels& pixels, bool withAlphas) {

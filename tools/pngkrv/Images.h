@@ -50,7 +50,9 @@ emu::Value MakeMaskedPicture(Session& session, const Pixels& pixels);
 emu::Value MakeAlphaPicture(Session& session, const Pixels& pixels);
 // A picture's pixels with `mask` (when not nil) applied: alpha = 255 − the mask's grey.
 Pixels PicturePixels(Session& session, const emu::Value& picture, const emu::Value& mask);
-void WritePAM(const std::string& path, const Pixels& pixels);
+// The same as a PAM file, read from the host a band of rows at a time: a large picture is never
+// copied whole.
+void WritePAM(Session& session, const std::string& path, const Pictures& shown);
 
 // Fails when the image has more than 256 colours, or, with alphas, a colour with two alphas.
 Palette PaletteOf(const Pixels& pixels, bool withAlphas);

@@ -2,6 +2,7 @@
 // profile, the plug-in loaded, and a PNGReaderKRV whose Error and Warning events are collected.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -57,12 +58,21 @@ class Session {
   std::vector<std::string> messages_;
 };
 
-// The decoded rows of a PNG file: OpenFile, ApplyOptions, and "ReadRow(mem as memoryblock) as
-// boolean" passes × height times into one block per image row.
+// The rows of a PNG file as user code reads them: OpenFile, ApplyOptions, and "ReadRow(mem as
+// memoryblock) as boolean" passes × height times. A plain image is read into one block, each row
+// handed to `take` as it comes; an interlaced one into a block per image row, handed over once
+// its last pass is read. `start` gets the size first.
+struct RowSink {
+  std::function<void(uint32_t width, uint32_t height)> start;
+  std::function<void(const std::string& rgba)> take;
+};
+void StreamRows(Session& session, const std::string& path, double gamma, double screenGamma,
+                const RowSink& sink);
+
+// The same rows gathered in memory.
 struct DecodedRows {
   uint32_t width = 0;
   uint32_t height = 0;
-  RBInteger colorType = 0;  // after set-up: 2 (filler) or 6 (alpha)
   samples::Bytes rgba;
 };
 DecodedRows ReadRows(Session& session, const std::string& path, double gamma, double screenGamma);

@@ -42,21 +42,29 @@ uint64_t gCounted = 0;
 uint64_t gFailAt = 0;
 size_t gFailFrom = 0;
 
-// The blocks not yet freed: an open-addressing set of addresses (0 empty, 1 a removed entry).
+// The blocks not yet freed: an open-addressing set of addresses (0 empty, 1 a removed entry), with
+// their sizes; their total, its total at Arm and its highest since.
 constexpr size_t kSlots = size_t{1} << 16;
 uintptr_t gLive[kSlots];
+size_t gSizes[kSlots];
 size_t gLiveCount = 0;
+size_t gLiveBytes = 0;
+size_t gBaseBytes = 0;
+size_t gPeakBytes = 0;
 
 size_t SlotOf(uintptr_t address) {
   return (address >> 4) * 0x9E3779B97F4A7C15u >> (64 - 16);
 }
 
-void Track(void* block) {
+void Track(void* block, size_t size) {
   const auto address = reinterpret_cast<uintptr_t>(block);
   for (size_t i = SlotOf(address);; i = (i + 1) % kSlots) {
     if (gLive[i] <= 1) {
       gLive[i] = address;
+      gSizes[i] = size;
       ++gLiveCount;
+      gLiveBytes += size;
+      if (gLiveBytes > gPeakBytes) gPeakBytes = gLiveBytes;
       return;
     }
   }
@@ -69,6 +77,7 @@ void Untrack(void* block) {
     if (gLive[i] == address) {
       gLive[i] = 1;
       --gLiveCount;
+      gLiveBytes -= gSizes[i];
       return;
     }
   }
@@ -112,11 +121,11 @@ bool FailsNow(const void* caller, size_t size, bool* watched) {
   return *watched && Fails(size);
 }
 
-// Forgets `old` and, when the allocation was watched, keeps track of `block`.
-void Record(void* old, void* block, bool watched) {
+// Forgets `old` and, when the allocation was watched, keeps track of `block` of `size` bytes.
+void Record(void* old, void* block, bool watched, size_t size = 0) {
   Held held;
   Untrack(old);
-  if (block && watched) Track(block);
+  if (block && watched) Track(block, size);
 }
 
 }  // namespace
@@ -130,7 +139,7 @@ void* malloc(size_t size) noexcept {
     return nullptr;
   }
   void* block = __libc_malloc(size);
-  if (watched) Record(nullptr, block, true);
+  if (watched) Record(nullptr, block, true, size);
   return block;
 }
 
@@ -141,7 +150,7 @@ void* calloc(size_t count, size_t size) noexcept {
     return nullptr;
   }
   void* block = __libc_calloc(count, size);
-  if (watched) Record(nullptr, block, true);
+  if (watched) Record(nullptr, block, true, count * size);
   return block;
 }
 
@@ -152,7 +161,7 @@ void* realloc(void* old, size_t size) noexcept {
     return nullptr;
   }
   void* block = __libc_realloc(old, size);
-  Record(block || size == 0 ? old : nullptr, block, watched);
+  Record(block || size == 0 ? old : nullptr, block, watched, size);
   return block;
 }
 
@@ -174,6 +183,7 @@ void Watch() {
 void Arm(uint64_t failAt, size_t failFrom) {
   Held held;
   if (gLiveCount == 0) memset(gLive, 0, sizeof gLive);  // drops the removed entries too
+  gBaseBytes = gPeakBytes = gLiveBytes;
   gCounted = 0;
   gFailAt = failAt;
   gFailFrom = failFrom;
@@ -189,6 +199,11 @@ uint64_t Disarm() {
 size_t Live() {
   Held held;
   return gLiveCount;
+}
+
+size_t PeakBytes() {
+  Held held;
+  return gPeakBytes - gBaseBytes;
 }
 
 }  // namespace oom

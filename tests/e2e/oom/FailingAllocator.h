@@ -22,4 +22,8 @@ uint64_t Disarm();
 // Allocations of the code under test made while armed and not freed since.
 size_t Live();
 
+// The most bytes that the code under test held at once in those allocations since Arm, beyond
+// what it held at Arm.
+size_t PeakBytes();
+
 }  // namespace oom
