@@ -1,13 +1,6 @@
 #include "host/ProcessFunctions.h"
 
-#if defined(_WIN32)
-
-// No Windows host keeps its pictures in bitmap contexts or in cairo.
-ProcessFunctions LookUpProcessFunctions() {
-  return {};
-}
-
-#else
+// The Windows build looks up GDI+ instead (host/windows/ProcessFunctions.cpp).
 #include <dlfcn.h>
 
 namespace {
@@ -41,5 +34,3 @@ ProcessFunctions LookUpProcessFunctions() {
   LookUp(&c.stride, "cairo_image_surface_get_stride");
   return f;
 }
-
-#endif
