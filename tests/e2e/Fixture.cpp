@@ -126,6 +126,11 @@ samples::Bytes Rgba(const emu::Value& picture) {
   return samples::Bytes(bytes.begin(), bytes.end());
 }
 
+samples::Bytes Decoded(const samples::Bytes& png) {
+  uint32_t w = 0, h = 0;
+  return samples::DecodeRGBA(png, &w, &h);
+}
+
 samples::Bytes MaskOf(const samples::Bytes& rgba) {
   samples::Bytes mask;
   for (size_t i = 0; i < rgba.size(); i += 4) {
@@ -135,20 +140,30 @@ samples::Bytes MaskOf(const samples::Bytes& rgba) {
   return mask;
 }
 
-#if defined(_WIN32)
 ToolRun RunTool(const std::string& arguments) {
   ToolRun run;
-  // cmd.exe, which runs the command, takes the program's path with backslashes.
   std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
+#if defined(_WIN32)
+  // cmd.exe, which runs the command, takes the program's path with backslashes.
   std::replace(command.begin(), command.begin() + strlen(PNGKRV_TOOL_PATH), '/', '\\');
   FILE* pipe = _popen(command.c_str(), "r");  // text: the lines end as on Linux
+#else
+  FILE* pipe = popen(command.c_str(), "r");
+#endif
   if (pipe == nullptr) return run;
   char buffer[4096];
   size_t n;
   while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+#if defined(_WIN32)
   run.status = _pclose(pipe);
+#else
+  const int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
   return run;
 }
+
+#if defined(_WIN32)
 
 TempFile::TempFile(const samples::Bytes& contents) {
   wchar_t dir[MAX_PATH + 1];
@@ -161,19 +176,6 @@ TempFile::TempFile(const samples::Bytes& contents) {
   samples::WriteFile(path, contents);
 }
 #else
-ToolRun RunTool(const std::string& arguments) {
-  ToolRun run;
-  const std::string command = std::string(PNGKRV_TOOL_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-  const int status = pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
-
 TempFile::TempFile(const samples::Bytes& contents) {
   char name[] = "/tmp/pngkrv-e2e-XXXXXX";
   const int fd = mkstemp(name);
@@ -240,6 +242,7 @@ const std::set<std::string, std::less<>> kRealHostEntryPoints = {
 };
 
 void PluginTest::TearDown() {
+  if (Desktop()) Host().SetPictureFormat(2, 0);
   const emu::AuditReport report = Host().Audit();
   EXPECT_TRUE(report.Clean()) << report.Format();
   Host().ClearAuditErrors();

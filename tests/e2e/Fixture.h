@@ -52,6 +52,8 @@ samples::Bytes Rgba(const emu::Value& picture);
 
 // Decoded RGBA as the picture must hold it: opaque, red and blue exchanged with `swap`.
 samples::Bytes Colours(samples::Bytes rgba, bool swap);
+// RGBA as an independent decoder gives it.
+samples::Bytes Decoded(const samples::Bytes& png);
 // The mask as the decoder must make it: grey 255 − alpha, opaque.
 samples::Bytes MaskOf(const samples::Bytes& rgba);
 
@@ -69,6 +71,7 @@ struct TempFile {
   std::string path;
 };
 
+// After each test: the audit, and new pictures back in the host's first storage.
 class PluginTest : public ::testing::Test {
  protected:
   void TearDown() override;

@@ -18,11 +18,6 @@ Bytes Saved(const emu::Value& picture) {
   return Bytes(png.begin(), png.end());
 }
 
-Bytes Decoded(const Bytes& png) {
-  uint32_t w = 0, h = 0;
-  return samples::DecodeRGBA(png, &w, &h);
-}
-
 emu::Value AlphaPicture(const Bytes& png) {
   return Host().CallGlobal("PNGStringToAlphaPictureKRV", {Str(png)});
 }
@@ -54,10 +49,6 @@ class AlphaPictures : public PluginTest {
  protected:
   void SetUp() override {
     if (Profile().version < 2011.04) GTEST_SKIP() << "no pictures with an alpha channel";
-  }
-  void TearDown() override {
-    if (Desktop()) Host().SetPictureFormat(2, 0);
-    PluginTest::TearDown();
   }
   void Use(const AlphaStorage& s) {
     if (Desktop()) Host().SetPictureFormat(s.alphaInfo, s.padding);

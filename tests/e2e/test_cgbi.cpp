@@ -58,8 +58,7 @@ TEST_F(CgBI, FailuresLeaveTheReaderAsItWas) {
 TEST_F(CgBIPicture, DecodesWithRedAndBlueInPlace) {
   Bytes data = samples::CgBIStream(kImage, 1, 4, false);
   data.insert(data.end(), {0, 0, 0, 1, 'I', 'E', 'N', 'D', 0, 1, 2, 3, 4, 0xFF, 0xFF, 'I'});
-  uint32_t w = 0, h = 0;
-  Bytes expected = samples::DecodeRGBA(samples::Encode(kImage), &w, &h);
+  Bytes expected = Decoded(samples::Encode(kImage));
   for (size_t i = 0; i < expected.size(); i += 4) std::swap(expected[i], expected[i + 2]);
   Reader reader;
   ASSERT_TRUE(reader.Ok("OpenSpecialData", {Str(data)}));
@@ -78,9 +77,7 @@ TEST_F(CgbiToPNG, StandardPNGStringOrNil) {
   EXPECT_EQ(png.Encoding(), kREALTextEncodingUnknown);
   const std::string bytes = png.Bytes();
   EXPECT_EQ(bytes.substr(bytes.size() - 8), "IEND\xAE\x42\x60\x82");  // whole, to the last byte
-  uint32_t w = 0, h = 0;
-  EXPECT_EQ(samples::DecodeRGBA(Bytes(bytes.begin(), bytes.end()), &w, &h),
-            samples::DecodeRGBA(samples::Encode(opaque), &w, &h));
+  EXPECT_EQ(Decoded(Bytes(bytes.begin(), bytes.end())), Decoded(samples::Encode(opaque)));
   for (const emu::Value& data :
        {emu::Value::AdoptString(nullptr), Str({}), Str(samples::Encode(opaque))}) {
     EXPECT_TRUE(Host().CallGlobal("CgBIToPNGStringKRV", {data}).IsNil());

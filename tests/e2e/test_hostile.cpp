@@ -150,19 +150,6 @@ TEST_F(Hostile, WriterStepsOutOfOrder) {
   {
     Writer w;
     ASSERT_TRUE(header(w, 3));
-    EXPECT_FALSE(w.Ok("WriteInfo"));
-    ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
-    EXPECT_TRUE(w.Ok("WriteInfo"));
-    EXPECT_FALSE(header(w, 1));
-    w.Call("WriteRow", {Host().MemoryBlockFrom("RGBRGBRGB")});
-    EXPECT_TRUE(w.Ok("WriteEnd"));
-    EXPECT_EQ(ReadWithLibpng(w.Finish()).width, 3u);
-    EXPECT_EQ(w.errors, std::vector<std::string>(
-                            {"No destination is open.", "The header is written already."}));
-  }
-  {
-    Writer w;
-    ASSERT_TRUE(header(w, 3));
     EXPECT_FALSE(header(w, -1));
     ASSERT_TRUE(w.Ok("OpenWriteDestination", {kNil}));
     EXPECT_FALSE(w.Ok("WriteInfo"));

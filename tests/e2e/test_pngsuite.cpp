@@ -42,8 +42,7 @@ TEST_F(PngSuite, DecodesThroughRowsInProcess) {
       EXPECT_FALSE(reader.errors.empty());
       continue;
     }
-    uint32_t w = 0, h = 0;
-    EXPECT_EQ(rows, samples::DecodeRGBA(png, &w, &h));
+    EXPECT_EQ(rows, Decoded(png));
     EXPECT_TRUE(reader.errors.empty()) << reader.errors[0];
   }
 }

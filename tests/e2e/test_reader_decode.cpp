@@ -53,8 +53,7 @@ TEST_F(ReaderDecode, EveryFormatMatchesAnIndependentDecoder) {
                    << "colour type " << f.colorType << " depth " << f.bitDepth << " tRNS "
                    << f.transparency << " interlaced " << interlaced);
       const Bytes png = samples::Encode(MakeImage(f, interlaced));
-      uint32_t w = 0, h = 0;
-      const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+      const Bytes expected = Decoded(png);
       Reader reader;
       const Bytes rows = DecodeThroughRows(reader, png, -1.0);
       EXPECT_EQ(rows, expected);

@@ -48,10 +48,6 @@ samples::Image Make(const Kind& k, bool interlaced) {
 
 class ReaderPicture : public PluginTest {
  protected:
-  void TearDown() override {
-    if (Desktop()) Host().SetPictureFormat(2, 0);
-    PluginTest::TearDown();
-  }
   static bool ReadPicture(Reader& reader, const Bytes& png, double gamma = -1.0, bool swap = false,
                           bool allowDamaged = false) {
     Host().SetProperty(reader.object, "SwapRB", swap);
@@ -73,8 +69,7 @@ TEST_F(ReaderPicture, EveryKindInEveryStorage) {
     for (const Kind& k : kKinds) {
       for (bool interlaced : {false, true}) {
         const Bytes png = samples::Encode(Make(k, interlaced));
-        uint32_t w = 0, h = 0;
-        const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+        const Bytes expected = Decoded(png);
         for (bool swap : {false, true}) {
           SCOPED_TRACE(::testing::Message()
                        << "format " << storage.format << " padding " << storage.padding << " type "
@@ -144,8 +139,7 @@ TEST_F(ReaderPicture, PaletteGammaAsInTheRows) {
       const Bytes png = samples::Encode(image);
       Reader rows;
       const Bytes expected = DecodeThroughRows(rows, png, gamma);
-      uint32_t w = 0, h = 0;
-      ASSERT_NE(expected, samples::DecodeRGBA(png, &w, &h)) << "no correction to compare";
+      ASSERT_NE(expected, Decoded(png)) << "no correction to compare";
       Reader reader;
       ASSERT_TRUE(ReadPicture(reader, png, gamma));
       EXPECT_EQ(Rgba(Pict(reader)), Colours(expected, false));
@@ -160,8 +154,7 @@ TEST_F(ReaderPicture, CombinePictureWithMask) {
   const int served = 2 - static_cast<int>(Profile().withheld.count("REALGetPropValueInteger") +
                                           Profile().withheld.count("REALGetPropValueInt"));
   const Bytes png = samples::Encode(samples::Pattern(11, 5, 8, 6, false));
-  uint32_t w = 0, h = 0;
-  const Bytes expected = samples::DecodeRGBA(png, &w, &h);
+  const Bytes expected = Decoded(png);
   Reader reader;
   ASSERT_TRUE(ReadPicture(reader, png));
   Host().SetProperty(Pict(reader), "HorizontalResolution", RBInteger{150});

@@ -125,12 +125,11 @@ TEST_F(ToolCommands, CgBI) {
   const TempFile special(samples::CgBIStream(image, 1, 100, false));
   const TempFile cgbi(samples::CgBIFile(samples::CgBIPixels(opaque), 3, {}));
   ASSERT_EQ(RunTool("cgbi " + special.path + " " + out.path).status, 0);
-  uint32_t w = 0, h = 0;
-  Bytes swapped = samples::DecodeRGBA(samples::Encode(image), &w, &h);
+  Bytes swapped = Decoded(samples::Encode(image));
   for (size_t i = 0; i < swapped.size(); i += 4) std::swap(swapped[i], swapped[i + 2]);
   EXPECT_EQ(Pixels(out.path), swapped);
   ASSERT_EQ(RunTool("cgbi --to-png " + cgbi.path + " " + out.path).status, 0);
-  EXPECT_EQ(Pixels(out.path), samples::DecodeRGBA(samples::Encode(opaque), &w, &h));
+  EXPECT_EQ(Pixels(out.path), Decoded(samples::Encode(opaque)));
   for (const std::string command : {"cgbi ", "cgbi --to-png "}) {
     const ToolRun failed = RunTool(command + standard.path + " " + out.path);
     EXPECT_EQ(failed.status, 1);

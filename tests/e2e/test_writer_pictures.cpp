@@ -10,13 +10,7 @@ namespace {
 
 using samples::Bytes;
 
-class WriterPictures : public PluginTest {
- protected:
-  void TearDown() override {
-    if (Desktop()) Host().SetPictureFormat(2, 0);
-    PluginTest::TearDown();
-  }
-};
+class WriterPictures : public PluginTest {};
 
 // An opaque picture of the RGB of `rgba`, with an alpha channel or not, and a mask of its alphas.
 struct Source {
