@@ -4,17 +4,17 @@
 #include <gtest/gtest.h>
 #include <png.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <string>
 
+#include "tools/samples/Samples.h"
 #include "writer/ParallelDeflate.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using samples::Bytes;
 
 // Bytes with structure at every distance a chunk boundary can cut: a random block of 20000
 // bytes repeated with every 997th byte changed, and runs of zeros.
@@ -196,41 +196,19 @@ TEST(ParallelDeflate, FailuresReturnEmptyAndReleaseEverything) {
   EXPECT_GT(failures, 0);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Row filters against libpng's
-// ---------------------------------------------------------------------------------------------
-
-void Append(png_structp png, png_bytep data, size_t length) {
-  auto* out = static_cast<Bytes*>(png_get_io_ptr(png));
-  out->insert(out->end(), data, data + length);
-}
-
 // The filtered rows libpng writes for `rows` with the filter mask `filters`: its IDAT inflated.
 Bytes LibpngFiltered(const std::vector<Bytes>& rows, uint32_t width, int depth, int colorType,
                      int filters) {
-  Bytes file;
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(png);
-  std::vector<png_const_bytep> pointers;
-  for (const Bytes& row : rows) pointers.push_back(row.data());
-  if (setjmp(png_jmpbuf(png)) == 0) {
-    png_set_write_fn(png, &file, Append, nullptr);
-    png_set_IHDR(png, info, width, static_cast<uint32_t>(rows.size()), depth, colorType,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_set_filter(png, PNG_FILTER_TYPE_DEFAULT, filters);
-    png_write_info(png, info);
-    png_write_rows(png, const_cast<png_bytepp>(pointers.data()), png_uint_32(pointers.size()));
-    png_write_end(png, info);
-  }
-  png_destroy_write_struct(&png, &info);
+  samples::Image image;
+  image.width = width;
+  image.height = static_cast<uint32_t>(rows.size());
+  image.bitDepth = depth;
+  image.colorType = colorType;
+  image.rows = rows;
+  image.filters = filters;
   Bytes idat;
-  for (size_t at = 8; at + 12 <= file.size();) {
-    const size_t length =
-        size_t{file[at]} << 24 | file[at + 1] << 16 | file[at + 2] << 8 | file[at + 3];
-    if (memcmp(&file[at + 4], "IDAT", 4) == 0) {
-      idat.insert(idat.end(), file.begin() + at + 8, file.begin() + at + 8 + length);
-    }
-    at += length + 12;
+  for (const samples::Chunk& chunk : samples::SplitChunks(samples::Encode(image))) {
+    if (chunk.type == "IDAT") idat.insert(idat.end(), chunk.data.begin(), chunk.data.end());
   }
   int result = 0;
   return Inflate(idat, result);
