@@ -47,7 +47,6 @@ TEST(CgbiConvert, RowFiltersAndPasses) {
       {17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_UP, 4},
       {17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_AVG, 5},
       {17, 11, PNG_COLOR_TYPE_RGB_ALPHA, false, PNG_FILTER_PAETH, 7},
-      {33, 21, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_FILTER_PAETH, 4},
       {40, 37, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_ALL_FILTERS, 6},
       {3, 2, PNG_COLOR_TYPE_RGB_ALPHA, true, PNG_ALL_FILTERS, 2},
       {20, 9, PNG_COLOR_TYPE_RGB, true, PNG_ALL_FILTERS, 3},
@@ -78,7 +77,6 @@ TEST(CgbiConvert, PremultiplicationDividedOutRounded) {
       {{2, 1, 0, 254}, {0, 1, 2, 254}},
       {{9, 200, 30, 0}, {0, 0, 0, 0}},
       {{1, 2, 3, 2}, {255, 255, 128, 2}},  // colour above alpha: at most 255
-      {{200, 100, 50, 100}, {128, 255, 255, 100}},
   };
   for (const auto& [in, out] : cases) EXPECT_EQ(Decoded(Convert(Stored(1, 1, in, 1))), out);
 }

@@ -15,11 +15,6 @@ namespace {
 
 class HostText : public unittest::HostTest {
  protected:
-  // The host string built from `bytes`, adopted so that it is given back.
-  static emu::Value Build(const std::string& bytes, unsigned long encoding) {
-    return emu::Value::AdoptString(
-        REALBuildUnicodeString(bytes.data(), static_cast<int64_t>(bytes.size()), encoding));
-  }
   static std::string UTF32(std::initializer_list<uint32_t> points) {
     std::string bytes;
     for (uint32_t c : points) bytes.append(reinterpret_cast<const char*>(&c), 4);
@@ -69,7 +64,8 @@ TEST_F(HostText, BuiltStringsAndTheirEncoding) {
   };
   for (const auto& c : kCases) {
     Use(c.version);
-    emu::Value s = Build(c.bytes, c.encoding);
+    emu::Value s = emu::Value::AdoptString(
+        REALBuildUnicodeString(c.bytes.data(), static_cast<int64_t>(c.bytes.size()), c.encoding));
     EXPECT_EQ(s.Bytes(), c.built) << c.version << " " << c.encoding;
     EXPECT_EQ(s.Encoding(), c.builtEncoding) << c.version << " " << c.encoding << " " << c.built;
   }

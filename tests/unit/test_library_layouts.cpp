@@ -13,52 +13,30 @@
 namespace {
 
 // Every field of gd's image record at gd's offset, and the record's size.
-#define SAME_OFFSET(field) EXPECT_EQ(offsetof(gd::Image, field), offsetof(gdImage, field)) << #field
+struct Field {
+  size_t ours, gds;
+  const char* name;
+};
+template <typename... Fields>
+void SameOffsets(const Fields&... fields) {
+  for (const Field& f : {fields...}) EXPECT_EQ(f.ours, f.gds) << f.name;
+}
+#define FIELD(name) (Field{offsetof(gd::Image, name), offsetof(gdImage, name), #name})
 TEST(LibraryLayouts, GdImageRecord) {
   EXPECT_EQ(gd::kMaxColors, gdMaxColors);
   EXPECT_EQ(sizeof(gd::Image), sizeof(gdImage));
-  SAME_OFFSET(pixels);
-  SAME_OFFSET(sx);
-  SAME_OFFSET(sy);
-  SAME_OFFSET(colorsTotal);
-  SAME_OFFSET(red);
-  SAME_OFFSET(green);
-  SAME_OFFSET(blue);
-  SAME_OFFSET(open);
-  SAME_OFFSET(transparent);
-  SAME_OFFSET(polyInts);
-  SAME_OFFSET(polyAllocated);
-  SAME_OFFSET(brush);
-  SAME_OFFSET(tile);
-  SAME_OFFSET(brushColorMap);
-  SAME_OFFSET(tileColorMap);
-  SAME_OFFSET(styleLength);
-  SAME_OFFSET(stylePos);
-  SAME_OFFSET(style);
-  SAME_OFFSET(interlace);
-  SAME_OFFSET(thick);
-  SAME_OFFSET(alpha);
-  SAME_OFFSET(trueColor);
-  SAME_OFFSET(tpixels);
-  SAME_OFFSET(alphaBlendingFlag);
-  SAME_OFFSET(saveAlphaFlag);
-  SAME_OFFSET(AA);
-  SAME_OFFSET(AA_color);
-  SAME_OFFSET(AA_dont_blend);
-  SAME_OFFSET(cx1);
-  SAME_OFFSET(cy1);
-  SAME_OFFSET(cx2);
-  SAME_OFFSET(cy2);
-  SAME_OFFSET(res_x);
-  SAME_OFFSET(res_y);
-  SAME_OFFSET(paletteQuantizationMethod);
-  SAME_OFFSET(paletteQuantizationSpeed);
-  SAME_OFFSET(paletteQuantizationMinQuality);
-  SAME_OFFSET(paletteQuantizationMaxQuality);
-  SAME_OFFSET(interpolation_id);
-  SAME_OFFSET(interpolation);
+  SameOffsets(FIELD(pixels), FIELD(sx), FIELD(sy), FIELD(colorsTotal), FIELD(red), FIELD(green),
+              FIELD(blue), FIELD(open), FIELD(transparent), FIELD(polyInts), FIELD(polyAllocated),
+              FIELD(brush), FIELD(tile), FIELD(brushColorMap), FIELD(tileColorMap),
+              FIELD(styleLength), FIELD(stylePos), FIELD(style), FIELD(interlace), FIELD(thick),
+              FIELD(alpha), FIELD(trueColor), FIELD(tpixels), FIELD(alphaBlendingFlag),
+              FIELD(saveAlphaFlag), FIELD(AA), FIELD(AA_color), FIELD(AA_dont_blend), FIELD(cx1),
+              FIELD(cy1), FIELD(cx2), FIELD(cy2), FIELD(res_x), FIELD(res_y),
+              FIELD(paletteQuantizationMethod), FIELD(paletteQuantizationSpeed),
+              FIELD(paletteQuantizationMinQuality), FIELD(paletteQuantizationMaxQuality),
+              FIELD(interpolation_id), FIELD(interpolation));
 }
-#undef SAME_OFFSET
+#undef FIELD
 
 #if !defined(_WIN32)
 // cairo's enumerations are passed as int, with cairo's values.

@@ -1,13 +1,13 @@
 // The macOS path decomposition, over Core Foundation stand-ins that this executable exports (the
 // code finds Core Foundation in the running process): the names files get, and every Core
 // Foundation object given back.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -85,11 +85,9 @@ namespace {
 
 std::vector<std::string> Names(const std::string& folder) {
   std::vector<std::string> names;
-  DIR* dir = opendir(folder.c_str());
-  while (dirent* entry = dir ? readdir(dir) : nullptr) {
-    if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename().string());
   }
-  if (dir) closedir(dir);
   return names;
 }
 

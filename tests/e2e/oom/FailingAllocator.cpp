@@ -91,17 +91,6 @@ bool FromCodeUnderTest(const void* caller) {
   return false;
 }
 
-// Whether this allocation of the code under test is watched, and whether it is to fail.
-bool Watched(const void* caller) {
-  if (!gArmed || !FromCodeUnderTest(caller)) return false;
-  ++gCounted;
-  return true;
-}
-
-bool Fails(size_t size) {
-  return gCounted == gFailAt || (gFailFrom != 0 && size >= gFailFrom);
-}
-
 int AddRanges(struct dl_phdr_info* info, size_t, void*) {
   const char* name = info->dlpi_name;
   if (!strstr(name, "PNGKRV") && !strstr(name, "libpng16") && !strstr(name, "libz.so")) return 0;
@@ -117,15 +106,30 @@ int AddRanges(struct dl_phdr_info* info, size_t, void*) {
 // Whether this allocation of `size` bytes by `caller` is to fail; counts it when it is watched.
 bool FailsNow(const void* caller, size_t size, bool* watched) {
   Held held;
-  *watched = Watched(caller);
-  return *watched && Fails(size);
+  *watched = gArmed && FromCodeUnderTest(caller);
+  if (!*watched) return false;
+  ++gCounted;
+  return gCounted == gFailAt || (gFailFrom != 0 && size >= gFailFrom);
 }
 
 // Forgets `old` and, when the allocation was watched, keeps track of `block` of `size` bytes.
-void Record(void* old, void* block, bool watched, size_t size = 0) {
+void Record(void* old, void* block, bool watched, size_t size) {
   Held held;
   Untrack(old);
   if (block && watched) Track(block, size);
+}
+
+// `allocate()` in place of `old` (or of nothing), unless this allocation is to fail.
+template <typename Allocate>
+void* Allocated(const void* caller, void* old, size_t size, Allocate allocate) {
+  bool watched = false;
+  if (FailsNow(caller, size, &watched)) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* block = allocate();
+  if (watched || old) Record(block || size == 0 ? old : nullptr, block, watched, size);
+  return block;
 }
 
 }  // namespace
@@ -133,41 +137,22 @@ void Record(void* old, void* block, bool watched, size_t size = 0) {
 extern "C" {
 
 void* malloc(size_t size) noexcept {
-  bool watched = false;
-  if (FailsNow(__builtin_return_address(0), size, &watched)) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* block = __libc_malloc(size);
-  if (watched) Record(nullptr, block, true, size);
-  return block;
+  return Allocated(__builtin_return_address(0), nullptr, size, [&] { return __libc_malloc(size); });
 }
 
 void* calloc(size_t count, size_t size) noexcept {
-  bool watched = false;
-  if (FailsNow(__builtin_return_address(0), count * size, &watched)) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* block = __libc_calloc(count, size);
-  if (watched) Record(nullptr, block, true, count * size);
-  return block;
+  return Allocated(__builtin_return_address(0), nullptr, count * size,
+                   [&] { return __libc_calloc(count, size); });
 }
 
 void* realloc(void* old, size_t size) noexcept {
-  bool watched = false;
-  if (FailsNow(__builtin_return_address(0), size, &watched)) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* block = __libc_realloc(old, size);
-  Record(block || size == 0 ? old : nullptr, block, watched, size);
-  return block;
+  return Allocated(__builtin_return_address(0), old, size,
+                   [&] { return __libc_realloc(old, size); });
 }
 
 void free(void* block) noexcept {
   // Untracked before the block can be handed out again, to this thread or another.
-  Record(block, nullptr, false);
+  Record(block, nullptr, false, 0);
   __libc_free(block);
 }
 
